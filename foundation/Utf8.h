@@ -1,0 +1,153 @@
+// UTF-8 and UTF-16 conversions shared by CVString, the JSON readers and the
+// bundle writer. Internal to the library.
+//
+// The decoder follows the WHATWG UTF-8 decoder: every maximal invalid subpart
+// (an invalid lead byte, or the valid prefix of a sequence cut short by a bad
+// or missing continuation byte) becomes one U+FFFD. Overlong forms, encoded
+// surrogates and code points above U+10FFFF are invalid. ASCII runs are
+// copied eight bytes at a time.
+#ifndef FOUNDATION_UTF8_H_
+#define FOUNDATION_UTF8_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+namespace _quarn_vi {
+
+constexpr unsigned short kReplacementChar = 0xFFFD;
+
+// Length of the valid UTF-8 sequence that starts at s[0] (1 to 4), or 0 when
+// the bytes at s (n of them) start with an invalid sequence; in that case
+// *subpart receives the length of the maximal invalid subpart (1 to 3).
+// On success *code_point receives the decoded value.
+inline int Utf8SequenceAt(const unsigned char* s, size_t n, uint32_t* code_point, int* subpart) {
+  unsigned char b = s[0];
+  if (b < 0x80) {
+    *code_point = b;
+    return 1;
+  }
+  int needed;
+  uint32_t cp;
+  unsigned char lower = 0x80, upper = 0xBF;
+  if (b >= 0xC2 && b <= 0xDF) {
+    needed = 1;
+    cp = b & 0x1F;
+  } else if (b >= 0xE0 && b <= 0xEF) {
+    needed = 2;
+    cp = b & 0x0F;
+    if (b == 0xE0) lower = 0xA0;  // overlong
+    if (b == 0xED) upper = 0x9F;  // surrogates
+  } else if (b >= 0xF0 && b <= 0xF4) {
+    needed = 3;
+    cp = b & 0x07;
+    if (b == 0xF0) lower = 0x90;  // overlong
+    if (b == 0xF4) upper = 0x8F;  // beyond U+10FFFF
+  } else {
+    *subpart = 1;
+    return 0;
+  }
+  for (int k = 1; k <= needed; ++k) {
+    if (static_cast<size_t>(k) >= n || s[k] < lower || s[k] > upper) {
+      *subpart = k;
+      return 0;
+    }
+    lower = 0x80;
+    upper = 0xBF;
+    cp = (cp << 6) | (s[k] & 0x3F);
+  }
+  *code_point = cp;
+  return needed + 1;
+}
+
+// Decodes n bytes into `out`, which has room for n units; returns the units
+// written (never more than n).
+inline size_t DecodeUtf8(const unsigned char* s, size_t n, unsigned short* out) {
+  size_t i = 0, o = 0;
+  while (i < n) {
+    // ASCII fast path: eight bytes at a time.
+    while (i + 8 <= n) {
+      uint64_t word;
+      std::memcpy(&word, s + i, sizeof(word));
+      if ((word & 0x8080808080808080ULL) != 0) break;
+      for (int k = 0; k < 8; ++k) out[o + k] = s[i + k];
+      i += 8;
+      o += 8;
+    }
+    if (i >= n) break;
+    if (s[i] < 0x80) {
+      out[o++] = s[i++];
+      continue;
+    }
+    uint32_t cp = 0;
+    int subpart = 0;
+    int len = Utf8SequenceAt(s + i, n - i, &cp, &subpart);
+    if (len == 0) {
+      out[o++] = kReplacementChar;
+      i += static_cast<size_t>(subpart);
+    } else if (cp >= 0x10000) {
+      cp -= 0x10000;
+      out[o++] = static_cast<unsigned short>(0xD800 + (cp >> 10));
+      out[o++] = static_cast<unsigned short>(0xDC00 + (cp & 0x3FF));
+      i += static_cast<size_t>(len);
+    } else {
+      out[o++] = static_cast<unsigned short>(cp);
+      i += static_cast<size_t>(len);
+    }
+  }
+  return o;
+}
+
+// True iff the n bytes are valid UTF-8.
+inline bool IsValidUtf8(const unsigned char* s, size_t n) {
+  size_t i = 0;
+  while (i < n) {
+    if (s[i] < 0x80) {
+      ++i;
+      continue;
+    }
+    uint32_t cp;
+    int subpart;
+    int len = Utf8SequenceAt(s + i, n - i, &cp, &subpart);
+    if (len == 0) return false;
+    i += static_cast<size_t>(len);
+  }
+  return true;
+}
+
+inline void AppendUtf8CodePoint(uint32_t cp, std::string& out) {
+  if (cp < 0x80) {
+    out.push_back(static_cast<char>(cp));
+  } else if (cp < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else if (cp < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  }
+}
+
+// Appends the UTF-8 form of n UTF-16 units; a lone surrogate becomes U+FFFD.
+inline void AppendUtf16AsUtf8(const unsigned short* units, size_t n, std::string& out) {
+  for (size_t i = 0; i < n; ++i) {
+    uint32_t u = units[i];
+    if (u >= 0xD800 && u <= 0xDBFF && i + 1 < n && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF) {
+      u = 0x10000 + ((u - 0xD800) << 10) + (units[i + 1] - 0xDC00);
+      ++i;
+    } else if (u >= 0xD800 && u <= 0xDFFF) {
+      u = kReplacementChar;
+    }
+    AppendUtf8CodePoint(u, out);
+  }
+}
+
+}  // namespace _quarn_vi
+
+#endif  // FOUNDATION_UTF8_H_

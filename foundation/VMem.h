@@ -1,0 +1,40 @@
+// The tagged allocator of the foundation library.
+//
+// Every element block of a CVArray comes from CVMem::Allocate, which takes
+// the source text and line of the request as a tag. By default requests go
+// to malloc/free and the tag is ignored; tests and diagnostics replace the
+// process-wide allocator with CVMem::SetHooks to see every request or to make
+// a chosen one fail.
+//
+// Thread safety: Allocate and Deallocate may be called from several threads.
+// SetHooks must not be called while another thread allocates (it swaps a
+// plain process-wide table, without synchronisation).
+#ifndef FOUNDATION_VMEM_H_
+#define FOUNDATION_VMEM_H_
+
+namespace _quarn_vi {
+
+// A replacement allocator. `allocate` returns null to report an exhausted
+// allocator; `deallocate` is never given null.
+struct CVMemHooks {
+  void* (*allocate)(unsigned int size, const char* file, int line, void* context);
+  void (*deallocate)(void* block, void* context);
+  void* context;
+};
+
+class CVMem {
+ public:
+  // Returns a block of `size` bytes, or null when memory is exhausted.
+  static void* Allocate(unsigned int size, const char* file, int line);
+  // Frees a block from Allocate. Deallocate(nullptr) is harmless.
+  static void Deallocate(void* block);
+  // Installs `hooks` (copied) as the process-wide allocator; null restores
+  // malloc/free. Blocks must be freed by the allocator that made them, so
+  // hooks are swapped only while no CVMem block is alive, or by hooks that
+  // forward to the default (malloc/free).
+  static void SetHooks(const CVMemHooks* hooks);
+};
+
+}  // namespace _quarn_vi
+
+#endif  // FOUNDATION_VMEM_H_

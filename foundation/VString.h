@@ -1,0 +1,127 @@
+// CVString: a string of UTF-16 code units, held by value.
+//
+// Representation: texts of up to kInlineCapacity code units live inside the
+// object (so a short ASCII key never touches the heap); longer texts live in a
+// shared, reference-counted, immutable block, so a copy costs one counter
+// increment and a change makes a new block (copy on write). The object holds
+// no pointer into itself: it may be relocated by a plain byte copy, as
+// CVArray does on growth.
+//
+// Text conversions:
+//   - CVString(const char*) and operator=(const char*) widen each byte to one
+//     code unit (ISO-8859-1): lossless, ASCII keeps its value, null gives the
+//     empty string. They never decode UTF-8; CVCMMap::Utf8ToUnicode does.
+//   - ToUtf8 encodes the code units as UTF-8, a lone surrogate as U+FFFD.
+//
+// Thread safety: const methods may be called from several threads without
+// external synchronisation, also on copies that share a block; a non-const
+// method needs external synchronisation.
+#ifndef FOUNDATION_VSTRING_H_
+#define FOUNDATION_VSTRING_H_
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+namespace _quarn_vi {
+
+class CVString {
+ public:
+  // Texts of at most this many code units are stored inline.
+  static constexpr int kInlineCapacity = 9;
+
+  // Tag for strings that live as long as the program (the parser's static
+  // keys): their copies share the block without touching its counter.
+  struct Permanent {};
+
+  CVString() noexcept : m_len(0) { m_inline[0] = 0; }
+  CVString(const char* text);  // NOLINT: implicit, as keys are made from literals
+  CVString(const char* text, Permanent);
+  CVString(const unsigned short* units, int length);
+  CVString(const CVString& other) noexcept;
+  CVString(CVString&& other) noexcept;
+  virtual ~CVString();
+
+  CVString& operator=(const CVString& other) noexcept;
+  CVString& operator=(CVString&& other) noexcept;
+  CVString& operator=(const char* text);
+
+  // printf-style formatting of an ASCII format given in UTF-16 (the parser
+  // passes only "%d"); replaces the contents.
+  void Format(const unsigned short* format, ...);
+
+  // Index of the first occurrence of the 8-bit text `text` (widened as by
+  // CVString(const char*)) at or after `start`, or -1. An empty text is found
+  // at `start` when start <= length.
+  int Find(const char* text, int start) const;
+
+  // Nonzero iff the string has no code units.
+  int IsEmpty() const { return m_len == 0; }
+  int GetLength() const { return static_cast<int>(m_len); }
+
+  // The NUL-terminated UTF-16 text; valid until the string is changed or
+  // destroyed. The argument is ignored (callers pass 0).
+  const unsigned short* GetBuffer(int /*minLength*/) const { return Data(); }
+  operator const unsigned short*() const { return Data(); }
+  const unsigned short* Data() const {
+    return m_len <= kInlineCapacity ? m_inline : GetRep()->units;
+  }
+
+  bool operator==(const CVString& other) const;
+  bool operator!=(const CVString& other) const { return !(*this == other); }
+
+  void Swap(CVString& other) noexcept;
+
+  // The text as UTF-8 (for printing); a lone surrogate becomes U+FFFD.
+  std::string ToUtf8() const;
+
+  // End of public API. Implementation details follow.
+
+  // The shared block of a long text. `refs` < 0 marks a permanent block.
+  struct Rep {
+    std::atomic<int> refs;
+    unsigned int length;
+    unsigned short units[1];  // `length` units and a NUL
+  };
+  // Makes a string of `length` units whose text the caller writes through
+  // the returned pointer (room for length + 1 units; the NUL is written).
+  static unsigned short* PrepareUnits(CVString& out, unsigned int length);
+  // Shortens a string made by PrepareUnits to `length` units.
+  static void TruncateUnits(CVString& out, unsigned int length);
+
+ private:
+  static Rep* NewRep(unsigned int length);
+  void ReleaseRep() noexcept;
+  void AssignLatin1(const char* text, size_t length);
+  // A long text's block pointer is kept in the first bytes of m_inline, so
+  // the object stays 32 bytes (vtable pointer, 20 bytes of text, length).
+  Rep* GetRep() const {
+    Rep* rep;
+    std::memcpy(&rep, m_inline, sizeof(rep));
+    return rep;
+  }
+  void SetRep(Rep* rep) { std::memcpy(m_inline, &rep, sizeof(rep)); }
+
+  unsigned short m_inline[kInlineCapacity + 1];  // text and NUL, or the Rep*
+  unsigned int m_len;  // length in code units; > kInlineCapacity means a Rep
+};
+
+// The int value of the decimal number at the start of a UTF-16 text, as atoi
+// gives it for 8-bit text: leading white space, an optional sign, digits.
+// Values beyond int32 saturate at INT_MIN/INT_MAX; a null text gives 0.
+int _wtoi(const unsigned short* text);
+
+class CVCMMap {
+ public:
+  // Decodes exactly `length` bytes of UTF-8 into UTF-16. Code points above
+  // U+FFFF become surrogate pairs; every invalid, overlong, surrogate-encoding
+  // or truncated sequence becomes one U+FFFD per maximal invalid subpart
+  // (the WHATWG decoder's rule). Null text gives the empty string.
+  static CVString Utf8ToUnicode(const char* text, unsigned int length);
+};
+
+}  // namespace _quarn_vi
+
+#endif  // FOUNDATION_VSTRING_H_

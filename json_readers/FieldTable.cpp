@@ -1,0 +1,123 @@
+#include "json_readers/FieldTable.h"
+
+#include <cassert>
+#include <utility>
+
+namespace _quarn_framework {
+
+namespace {
+
+std::vector<const char*> MemberNames(const FieldRow* rows, int count) {
+  std::vector<const char*> names;
+  names.reserve(static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) names.push_back(rows[i].member);
+  return names;
+}
+
+const CVString& DecimalFormat() {
+  static const CVString format("%d");
+  return format;
+}
+
+}  // namespace
+
+FieldTable::FieldTable(const FieldRow* rows, int count)
+    : m_rows(rows),
+      m_count(count),
+      m_maxKeys(0),
+      m_members(MemberNames(rows, count).data(), count) {
+  assert(count <= kMaxRows);
+  m_keys.reserve(static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    m_keys.emplace_back(rows[i].key, CVString::Permanent());
+    m_maxKeys += rows[i].max_keys;
+  }
+}
+
+void FieldTable::Read(cJSON* object, CVBundle& out) const {
+  cJSON* slots[kMaxRows];
+  m_members.Gather(object, slots);
+  out.Reserve(out.GetCount() + m_maxKeys);
+  for (int i = 0; i < m_count; ++i) {
+    const FieldRow& row = m_rows[i];
+    const CVString& key = m_keys[static_cast<size_t>(i)];
+    switch (row.reader) {
+      case FieldReader::kInt:
+        field::StoreInt(slots[i], key, out);
+        break;
+      case FieldReader::kBool:
+        field::StoreBool(slots[i], key, out);
+        break;
+      case FieldReader::kString:
+        field::StoreString(slots[i], key, out);
+        break;
+      case FieldReader::kStringArray:
+        field::StoreStringArray(slots[i], key, out);
+        break;
+      case FieldReader::kTextIfNotEmpty:
+        field::StoreTextIfNotEmpty(slots[i], key, out);
+        break;
+      case FieldReader::kIntAsText:
+        field::StoreIntAsText(slots[i], row.start, key, out);
+        break;
+      case FieldReader::kCustom:
+        row.custom(slots[i], key, out);
+        break;
+    }
+  }
+}
+
+namespace field {
+
+int StoreInt(cJSON* member, const CVString& key, CVBundle& out) {
+  int value = 0;
+  if (!_quarn_vi::JsonReadInt(member, &value)) return 0;
+  out.SetInt(key, value);
+  return 1;
+}
+
+int StoreBool(cJSON* member, const CVString& key, CVBundle& out) {
+  bool value = false;
+  if (!_quarn_vi::JsonReadBool(member, &value)) return 0;
+  out.SetBool(key, value ? 1 : 0);
+  return 1;
+}
+
+int StoreString(cJSON* member, const CVString& key, CVBundle& out) {
+  CVString text;
+  if (!_quarn_vi::JsonReadText(member, &text)) return 0;
+  out.SetString(key, std::move(text));
+  return 1;
+}
+
+int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
+  if (!_quarn_vi::IsJsonArray(member)) return 0;
+  CVBundle::StringArray texts;
+  for (cJSON* element : _quarn_vi::JsonElements(member)) {
+    CVString text;
+    if (!_quarn_vi::IsJsonString(element) || !_quarn_vi::JsonReadText(element, &text)) continue;
+    _quarn_vi::AppendByMove(texts, text);
+  }
+  out.SetStringArray(key, std::move(texts));
+  return 1;
+}
+
+int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
+  CVString text;
+  _quarn_vi::JsonReadText(member, &text);
+  if (text.IsEmpty()) return 0;
+  out.SetString(key, std::move(text));
+  return 1;
+}
+
+void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out) {
+  int value = start;
+  _quarn_vi::JsonReadInt(member, &value);
+  CVString text;
+  text.Format(DecimalFormat(), value);
+  out.SetString(key, std::move(text));
+}
+
+}  // namespace field
+
+}  // namespace _quarn_framework

@@ -1,0 +1,147 @@
+// Access to the parsed JSON tree (cJSON).
+//
+// Every read of a JSON node by the parser goes through the few functions of
+// this header: type tests, member lookup, array walk and scalar reads. They
+// are the only code that knows the node's layout, so that another tree
+// (another JSON library's DOM) can be served by changing this file alone.
+//
+// Type codes: Debian's cJSON encodes types as bit flags (cJSON_String = 16,
+// cJSON_Array = 32, cJSON_Object = 64) with flag bits above 0xFF
+// (cJSON_IsReference, cJSON_StringIsConst); a type test is a null test
+// followed by an exact comparison of the masked code.
+//
+// Member names are compared case-sensitively (cJSON's own
+// cJSON_GetObjectItem ignores case). Arrays are walked with one cursor over
+// the sibling links: index loops over cJSON_GetArrayItem are quadratic.
+//
+// Thread safety: all functions are reentrant; the tree is only read.
+#ifndef JSON_READERS_JSONACCESS_H_
+#define JSON_READERS_JSONACCESS_H_
+
+#include <cjson/cJSON.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "foundation/VString.h"
+
+namespace _quarn_vi {
+
+// ---- Type tests -------------------------------------------------------------
+
+inline int JsonTypeCode(const cJSON* node) { return node->type & 0xFF; }
+inline bool IsJsonObject(const cJSON* node) {
+  return node != nullptr && JsonTypeCode(node) == cJSON_Object;
+}
+inline bool IsJsonArray(const cJSON* node) {
+  return node != nullptr && JsonTypeCode(node) == cJSON_Array;
+}
+inline bool IsJsonString(const cJSON* node) {
+  return node != nullptr && JsonTypeCode(node) == cJSON_String;
+}
+
+// ---- The tree access functions of the parser's contract ----------------------
+
+// The member `name` of `node` (case-sensitive; the first of duplicate
+// members), or null when `node` is null, not an object, or has no such member.
+cJSON* cJSON_GetObjectItem(cJSON* node, const char* name);
+// The element count of an array; 0 for a null or non-array node.
+int cJSON_GetArraySize(cJSON* node);
+// Element `index` of an array; null for a null or non-array node or an index
+// out of range.
+cJSON* cJSON_GetArrayItem(cJSON* node, int index);
+
+// ---- Array walk -----------------------------------------------------------
+
+// The elements of an array node in index order; empty for a null or
+// non-array node. `for (cJSON* e : JsonElements(node))`.
+class JsonElements {
+ public:
+  class iterator {
+   public:
+    explicit iterator(cJSON* node) : m_node(node) {}
+    cJSON* operator*() const { return m_node; }
+    iterator& operator++() {
+      m_node = m_node->next;
+      return *this;
+    }
+    bool operator!=(const iterator& other) const { return m_node != other.m_node; }
+
+   private:
+    cJSON* m_node;
+  };
+  explicit JsonElements(cJSON* array) : m_first(IsJsonArray(array) ? array->child : nullptr) {}
+  iterator begin() const { return iterator(m_first); }
+  iterator end() const { return iterator(nullptr); }
+  bool empty() const { return m_first == nullptr; }
+
+ private:
+  cJSON* m_first;
+};
+
+// ---- Member lookup by table -----------------------------------------------
+
+// A fixed list of member names, looked up in one pass over an object's
+// members instead of one linear search per name. A record with 10 to 30
+// members reads them all for the price of a single walk.
+class JsonMemberTable {
+ public:
+  JsonMemberTable(const char* const* names, int count);
+
+  int Count() const { return static_cast<int>(m_names.size()); }
+
+  // Sets slots[i] (Count() of them) to the member of `object` named
+  // names[i], the first one when the name repeats, or null. A null or
+  // non-object `object` gives all nulls.
+  void Gather(cJSON* object, cJSON** slots) const;
+
+ private:
+  struct Name {
+    const char* text;
+    uint32_t length;
+    int same_as;  // index of an earlier equal name, or -1
+  };
+  std::vector<Name> m_names;
+  std::vector<uint16_t> m_index;  // open addressing: name index + 1, 0 = free
+  uint32_t m_mask = 0;
+};
+
+// ---- Scalar reads -----------------------------------------------------------
+// Each takes a member node (null allowed) and returns true iff it could read
+// it, leaving the output unchanged otherwise.
+
+// Integers: a number (fraction truncated toward zero, values beyond int32
+// saturate); true/false as 1/0; a string whose whole text, ASCII white space
+// around it aside, is an optionally signed decimal integer within int32.
+bool JsonReadInt(const cJSON* value, int* out);
+
+// Truth values: true/false; a number (nonzero is true); the strings "true",
+// "false", "1" and "0".
+bool JsonReadBool(const cJSON* value, bool* out);
+
+// Text: a string (decoded from UTF-8, see CVCMMap::Utf8ToUnicode; a string
+// node without text reads as empty); a number (integral values within
+// +-2^53 in plain decimal, others in the shortest form that reads back the
+// same double); true/false as "true"/"false".
+bool JsonReadText(const cJSON* value, CVString* out);
+
+// The same text as JsonReadText, as UTF-8 bytes (invalid input bytes become
+// U+FFFD), written into `buffer` of `size` bytes: a text longer than size - 1
+// bytes is cut at the last whole character that fits; always NUL-terminated.
+// Fails when size < 1.
+bool JsonReadTextToBuffer(const cJSON* value, char* buffer, int size);
+
+// The raw 8-bit text of a string node: its valuestring, or null when the node
+// is not a string or has no text.
+inline const char* JsonStringBytes(const cJSON* value) {
+  return IsJsonString(value) ? value->valuestring : nullptr;
+}
+
+// Writes the JSON name of a node's type ("string", "object", ...); for
+// diagnostics and messages.
+const char* JsonTypeName(const cJSON* value);
+
+}  // namespace _quarn_vi
+
+#endif  // JSON_READERS_JSONACCESS_H_

@@ -1,0 +1,60 @@
+// The parser class itself and the city list answer.
+#include "poi_parser/PoiJsonObjParser.h"
+
+#include <utility>
+
+#include "poi_parser/ParserSupport.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+
+namespace {
+
+const FieldRow kCityInfoRows[] = {
+    IntField("code"),
+    IntField("num"),
+    StringField("name"),
+};
+
+const CVString kCurrentCityKey = MakeKey("current_city");
+const CVString kCountKey = MakeKey("count");
+const CVString kCitysKey = MakeKey("citys");
+const CVString kCurrentNullKey = MakeKey("current_null");
+
+}  // namespace
+
+int CPoiJsonObjParser::ParseCityList(cJSON* root, CVBundle& out) {
+  if (root == nullptr || !StatusFrameIsGood(root)) return 0;
+  cJSON* citys = Member(root, "traffic_citys");
+  if (!_quarn_vi::IsJsonObject(citys)) return 0;
+
+  CVBundle current_city;
+  if (CJsonObjParser::GetCurrentCityFromJson(Member(citys, "current_city"), current_city)) {
+    out.SetBundle(kCurrentCityKey, std::move(current_city));
+  }
+
+  BundleArray cities;
+  int found = GetCityInfoArrayFromJson(Member(citys, "contents"), cities);
+  if (found) {
+    out.SetInt(kCountKey, cities.m_nSize);
+    if (cities.m_nSize >= 1) out.SetBundleArray(kCitysKey, std::move(cities));
+  }
+  out.SetBool(kCurrentNullKey, found);
+  return 1;
+}
+
+int CPoiJsonObjParser::GetCityInfoArrayFromJson(cJSON* node, BundleArray& cities) {
+  if (!_quarn_vi::IsJsonArray(node)) return 0;
+  AppendRecords(node, cities, GetCityInfoFromJson);
+  return cities.m_nSize >= 1 ? 1 : 0;
+}
+
+int CPoiJsonObjParser::GetCityInfoFromJson(cJSON* node, CVBundle& city) {
+  static const FieldTable table(kCityInfoRows);
+  if (!_quarn_vi::IsJsonObject(node)) return 0;
+  table.Read(node, city);
+  return 1;
+}
+
+}  // namespace _quarn_framework

@@ -1,0 +1,37 @@
+// Helpers shared by the tests: JSON trees from literals and bundles as JSON.
+#ifndef TESTS_TESTSUPPORT_H_
+#define TESTS_TESTSUPPORT_H_
+
+#include <memory>
+#include <string>
+
+#include "foundation/BundleJsonWriter.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+namespace testing_support {
+
+using Json = std::unique_ptr<cJSON, void (*)(cJSON*)>;
+
+// Parses `text`; fails the test (and returns null) when it is not JSON.
+Json ParseJson(const std::string& text);
+
+// The compact JSON text of a bundle, as poiparse --compact writes it.
+std::string ToJson(const _quarn_vi::CVBundle& bundle);
+
+// Runs `op` on the parsed `input` into a fresh bundle; returns the result and
+// sets *json to the bundle's compact JSON.
+int Run(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::string& input, std::string* json);
+
+// Sets the text mode flag for the life of the object, then clears it.
+class TextModeScope {
+ public:
+  explicit TextModeScope(bool utf8) { _quarn_framework::CJsonObjParser::isParsePHPUI2Res = utf8; }
+  ~TextModeScope() { _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0; }
+};
+
+// Reads a whole file; fails the test when it cannot.
+std::string ReadFile(const std::string& path);
+
+}  // namespace testing_support
+
+#endif  // TESTS_TESTSUPPORT_H_
