@@ -1,0 +1,35 @@
+# The two set-up commands of the project:
+#   make run    installs what is missing, builds, and parses the example answers
+#   make test   installs what is missing, builds, and runs the test suite
+JOBS ?= 2
+RELEASE_DIR := build/release
+TEST_DIR := build/test
+BUILD_PACKAGES := cmake g++ make libcjson-dev pkg-config
+TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
+EXAMPLES := $(sort $(wildcard examples/*.json))
+
+.PHONY: run test deps deps-test build build-test clean
+
+run: build
+	@for f in $(EXAMPLES); do echo "== $$f"; ./$(RELEASE_DIR)/poiparse "$$f" || true; done
+
+test: build-test
+	cd $(TEST_DIR) && ctest --output-on-failure -j $(JOBS)
+
+deps:
+	@scripts/install-deps.sh $(BUILD_PACKAGES)
+
+deps-test:
+	@scripts/install-deps.sh $(TEST_PACKAGES)
+
+build: deps
+	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release -DPOIPARSER_BUILD_TESTS=OFF >/dev/null
+	cmake --build $(RELEASE_DIR) -j $(JOBS)
+
+# The test build runs under AddressSanitizer and UndefinedBehaviorSanitizer.
+build-test: deps-test
+	cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPOIPARSER_SANITIZE=address,undefined >/dev/null
+	cmake --build $(TEST_DIR) -j $(JOBS)
+
+clean:
+	rm -rf build

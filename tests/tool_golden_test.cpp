@@ -1,0 +1,83 @@
+// Golden-file tests: every example answer through the built poiparse tool.
+//
+// For examples/NAME.json the expected standard output is tests/golden/NAME.out
+// and the expected exit status the number in tests/golden/NAME.status (0 when
+// the file is absent); tests/golden/NAME.args, when present, holds extra
+// arguments (one line). Set UPDATE_GOLDEN=1 to rewrite the .out files.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+
+namespace {
+
+struct Outcome {
+  std::string out;
+  int status;
+};
+
+Outcome RunTool(const std::string& args) {
+  std::string command = std::string(POIPARSE_PATH) + " " + args + " 2>/dev/null";
+  FILE* pipe = popen(command.c_str(), "r");
+  Outcome outcome{"", -1};
+  if (pipe == nullptr) return outcome;
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) outcome.out.append(buf, n);
+  int status = pclose(pipe);
+  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return outcome;
+}
+
+std::vector<std::string> ExampleNames() {
+  std::vector<std::string> names;
+  std::string dir = std::string(SOURCE_DIR) + "/examples";
+  if (DIR* d = opendir(dir.c_str())) {
+    while (dirent* e = readdir(d)) {
+      std::string file = e->d_name;
+      if (file.size() > 5 && file.compare(file.size() - 5, 5, ".json") == 0) {
+        names.push_back(file.substr(0, file.size() - 5));
+      }
+    }
+    closedir(d);
+  }
+  return names;
+}
+
+bool Exists(const std::string& path) { return std::ifstream(path).good(); }
+
+std::string FirstLine(const std::string& path) {
+  std::ifstream in(path);
+  std::string line;
+  std::getline(in, line);
+  return line;
+}
+
+TEST(ToolGolden, EveryExampleMatchesItsGoldenOutput) {
+  std::vector<std::string> names = ExampleNames();
+  ASSERT_FALSE(names.empty());
+  const std::string golden = std::string(SOURCE_DIR) + "/tests/golden/";
+  for (const std::string& name : names) {
+    SCOPED_TRACE(name);
+    std::string args = Exists(golden + name + ".args") ? FirstLine(golden + name + ".args") : "";
+    Outcome outcome =
+        RunTool(args + " " + std::string(SOURCE_DIR) + "/examples/" + name + ".json");
+    int expected_status =
+        Exists(golden + name + ".status") ? std::atoi(FirstLine(golden + name + ".status").c_str()) : 0;
+    if (std::getenv("UPDATE_GOLDEN") != nullptr) {
+      std::ofstream(golden + name + ".out", std::ios::binary) << outcome.out;
+    }
+    EXPECT_EQ(outcome.status, expected_status);
+    EXPECT_EQ(outcome.out, testing_support::ReadFile(golden + name + ".out"));
+  }
+}
+
+}  // namespace
