@@ -1,0 +1,297 @@
+// The JSON field readers: accepted forms, what is stored, and the helpers.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "TestSupport.h"
+
+using _quarn_framework::CJsonObjParser;
+using _quarn_vi::CComplexPt;
+using _quarn_vi::CVBundle;
+using _quarn_vi::CVString;
+using testing_support::Json;
+using testing_support::ParseJson;
+using testing_support::ToJson;
+
+namespace {
+
+// Each case is the value of member "v"; the readers run on {"v": value}.
+struct ReaderCase {
+  const char* value;
+  const char* as_int;   // stored by GetJsonIntItem, or "" for nothing
+  const char* as_bool;  // stored by GetJsonBoolItem
+  const char* as_text;  // stored by GetJsonStringItem
+};
+
+const ReaderCase kReaderCases[] = {
+    {"12", "12", "true", "\"12\""},
+    {"-7.9", "-7", "true", "\"-7.9\""},
+    {"0", "0", "false", "\"0\""},
+    {"1e300", "2147483647", "true", "\"1e+300\""},
+    {"-1e300", "-2147483648", "true", "\"-1e+300\""},
+    {"9007199254740993", "2147483647", "true", "\"9007199254740992\""},
+    {"0.1", "0", "true", "\"0.1\""},
+    {"true", "1", "true", "\"true\""},
+    {"false", "0", "false", "\"false\""},
+    {"\"42\"", "42", "", "\"42\""},
+    {"\" -42 \"", "-42", "", "\" -42 \""},
+    {"\"+5\"", "5", "", "\"+5\""},
+    {"\"2147483648\"", "", "", "\"2147483648\""},
+    {"\"-2147483648\"", "-2147483648", "", "\"-2147483648\""},
+    {"\"4.5\"", "", "", "\"4.5\""},
+    {"\"12abc\"", "", "", "\"12abc\""},
+    {"\"\"", "", "", "\"\""},
+    {"\"1\"", "1", "true", "\"1\""},
+    {"\"0\"", "0", "false", "\"0\""},
+    {"\"true\"", "", "true", "\"true\""},
+    {"\"false\"", "", "false", "\"false\""},
+    {"\"yes\"", "", "", "\"yes\""},
+    {"\"\\u5317\\u4eac\"", "", "", "\"北京\""},
+    {"\"\\ud83d\\ude00\"", "", "", "\"😀\""},
+    {"null", "", "", ""},
+    {"[1]", "", "", ""},
+    {"{\"a\":1}", "", "", ""},
+};
+
+std::string Stored(const std::string& json) {
+  const std::string prefix = "{\"k\":";
+  if (json == "{}") return "";
+  EXPECT_EQ(json.compare(0, prefix.size(), prefix), 0) << json;
+  return json.substr(prefix.size(), json.size() - prefix.size() - 1);
+}
+
+TEST(JsonReaders, StoringReadersAcceptTheDocumentedForms) {
+  const CVString key("k");
+  for (const ReaderCase& c : kReaderCases) {
+    SCOPED_TRACE(c.value);
+    Json root = ParseJson(std::string("{\"v\":") + c.value + "}");
+    CVBundle i, b, t;
+    EXPECT_EQ(CJsonObjParser::GetJsonIntItem(root.get(), "v", key, i), *c.as_int != 0);
+    EXPECT_EQ(CJsonObjParser::GetJsonBoolItem(root.get(), "v", key, b), *c.as_bool != 0);
+    EXPECT_EQ(CJsonObjParser::GetJsonStringItem(root.get(), "v", key, t, 0), *c.as_text != 0);
+    EXPECT_EQ(Stored(ToJson(i)), c.as_int);
+    EXPECT_EQ(Stored(ToJson(b)), c.as_bool);
+    EXPECT_EQ(Stored(ToJson(t)), c.as_text);
+  }
+}
+
+TEST(JsonReaders, AbsentMembersAndNullNodesStoreNothing) {
+  Json root = ParseJson(R"({"V": 1, "n": null})");
+  const CVString key("k");
+  CVBundle out;
+  EXPECT_EQ(CJsonObjParser::GetJsonIntItem(root.get(), "v", key, out), 0);  // case-sensitive
+  EXPECT_EQ(CJsonObjParser::GetJsonStringItem(nullptr, "v", key, out, 0), 0);
+  EXPECT_EQ(CJsonObjParser::GetJsonBoolItem(root.get(), "n", key, out), 0);
+  EXPECT_EQ(CJsonObjParser::GetJsonStringArray(root.get(), "V", out), 0);
+  EXPECT_EQ(out.GetCount(), 0);
+  int value = 99;
+  EXPECT_EQ(CJsonObjParser::GetJsonItem(root.get(), "n", value), 0);
+  EXPECT_EQ(value, 99);
+  CVString text("kept");
+  EXPECT_EQ(CJsonObjParser::GetJsonItem(root.get(), "absent", text), 0);
+  EXPECT_EQ(text, CVString("kept"));
+}
+
+TEST(JsonReaders, StringArrayKeepsStringsOnly) {
+  Json root = ParseJson(R"({"flag": ["a", 1, null, "\u00e9", {}], "empty": [], "obj": {}})");
+  CVBundle out;
+  EXPECT_EQ(CJsonObjParser::GetJsonStringArray(root.get(), "flag", out), 1);
+  EXPECT_EQ(CJsonObjParser::GetJsonStringArray(root.get(), "empty", out), 1);
+  EXPECT_EQ(CJsonObjParser::GetJsonStringArray(root.get(), "obj", out), 0);
+  EXPECT_EQ(ToJson(out), R"({"flag":["a","é"],"empty":[]})");
+}
+
+TEST(JsonReaders, ArrayItemReader) {
+  Json root = ParseJson(R"([1, "2", "x", null])");
+  int value = -1;
+  EXPECT_EQ(CJsonObjParser::GetJsonArrayItem(root.get(), 0, value), 1);
+  EXPECT_EQ(value, 1);
+  EXPECT_EQ(CJsonObjParser::GetJsonArrayItem(root.get(), 1, value), 1);
+  EXPECT_EQ(value, 2);
+  EXPECT_EQ(CJsonObjParser::GetJsonArrayItem(root.get(), 2, value), 0);
+  EXPECT_EQ(CJsonObjParser::GetJsonArrayItem(root.get(), 3, value), 0);
+  EXPECT_EQ(CJsonObjParser::GetJsonArrayItem(root.get(), 4, value), 0);
+  EXPECT_EQ(CJsonObjParser::GetJsonArrayItem(nullptr, 0, value), 0);
+  EXPECT_EQ(value, 2);
+}
+
+TEST(JsonReaders, BufferFormCutsAtWholeCharactersAndTerminates) {
+  struct Case {
+    const char* json;
+    int size;
+    int result;
+    const char* text;
+  } cases[] = {
+      {R"({"tel": "010-1234"})", 80, 1, "010-1234"},
+      {R"({"tel": "abcdef"})", 4, 1, "abc"},
+      {R"({"tel": "\u5317\u4eac"})", 6, 1, "\xE5\x8C\x97"},  // 6 bytes do not fit 5
+      {R"({"tel": "\u5317\u4eac"})", 7, 1, "\xE5\x8C\x97\xE4\xBA\xAC"},
+      {R"({"tel": 12345})", 80, 1, "12345"},
+      {R"({"tel": ""})", 80, 1, ""},
+      {R"({"tel": null})", 80, 0, "untouched"},
+      {R"({"tel": "x"})", 0, 0, "untouched"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    Json root = ParseJson(c.json);
+    char buffer[80];
+    std::memset(buffer, 'Z', sizeof(buffer));
+    std::strcpy(buffer, "untouched");
+    EXPECT_EQ(CJsonObjParser::GetJsonItem(root.get(), "tel", buffer, c.size, 0), c.result);
+    EXPECT_STREQ(buffer, c.text);
+  }
+  // Invalid bytes become U+FFFD; an 80-byte buffer is never overrun.
+  cJSON* invalid = cJSON_CreateObject();
+  cJSON_AddStringToObject(invalid, "tel", "1\xFF" "2");
+  char buffer[80];
+  EXPECT_EQ(CJsonObjParser::GetJsonItem(invalid, "tel", buffer, 80, 0), 1);
+  EXPECT_STREQ(buffer, "1\xEF\xBF\xBD" "2");
+  std::string long_tel(300, '9');
+  cJSON_ReplaceItemInObject(invalid, "tel", cJSON_CreateString(long_tel.c_str()));
+  char guarded[81];
+  guarded[80] = 'G';
+  EXPECT_EQ(CJsonObjParser::GetJsonItem(invalid, "tel", guarded, 80, 0), 1);
+  EXPECT_EQ(std::strlen(guarded), 79u);
+  EXPECT_EQ(guarded[80], 'G');
+  cJSON_Delete(invalid);
+}
+
+TEST(JsonReaders, GeometryText) {
+  struct Case {
+    const char* geo;
+    int result;
+    const char* parts;  // "x,y x,y|x,y" for the expected parts
+  } cases[] = {
+      {"1|12958160.05,4825907.21;", 1, "12958160,4825907"},
+      {"12958160,4825907", 1, "12958160,4825907"},
+      {"4|1,2;3,4|-5.9,6e2", 1, "1,2 3,4|-5,600"},
+      {"1||7,8;", 1, "7,8"},
+      {"3", 1, ""},
+      {"", 1, ""},
+      {"1|1,2;;3,4", 0, ""},
+      {"1|1,2|abc", 0, ""},
+      {"1|1,", 0, ""},
+      {"1|3000000000,1", 0, ""},
+      {"1|1e400,1", 0, ""},
+      {"1|1e-400,-2147483648.9", 1, "0,-2147483648"},
+      {"1|0x10,1", 0, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.geo);
+    cJSON* node = cJSON_CreateObject();
+    cJSON_AddStringToObject(node, "geo", c.geo);
+    CComplexPt geometry;
+    EXPECT_EQ(CJsonObjParser::GetJsonItem(node, "geo", geometry), c.result);
+    std::string parts;
+    for (int p = 0; p < geometry.GetPartSize(); ++p) {
+      if (p > 0) parts += "|";
+      for (int i = 0; i < geometry.GetPartContentSize(p); ++i) {
+        if (i > 0) parts += " ";
+        parts += std::to_string(geometry.GetPartPt(p, i).x) + "," + std::to_string(geometry.GetPartPt(p, i).y);
+      }
+    }
+    EXPECT_EQ(parts, c.parts);
+    cJSON_Delete(node);
+  }
+}
+
+TEST(JsonReaders, ProcessTelNum) {
+  struct Case {
+    const char* in;
+    const char* out;
+  } cases[] = {
+      {"(010)12345678; 13800000000\xEF\xBC\x9B", "(010)12345678,13800000000"},
+      {"010-1234", "010-1234"},
+      {" ;,010 1234 ,, \xEF\xBC\x8C 020-5 ; ", "010 1234,020-5"},
+      {";;;", ""},
+      {"", ""},
+      {"400-800-8888\xEF\xBC\x8C\xEF\xBC\x8C", "400-800-8888"},
+  };
+  for (const Case& c : cases) {
+    char buffer[80];
+    std::strcpy(buffer, c.in);
+    EXPECT_EQ(CJsonObjParser::ProcessTelNum(buffer), static_cast<int>(std::strlen(c.out)));
+    EXPECT_STREQ(buffer, c.out);
+  }
+  EXPECT_EQ(CJsonObjParser::ProcessTelNum(nullptr), 0);
+}
+
+TEST(JsonReaders, PoiTypeTable) {
+  const int in[] = {0, 1, 2, 3, 4, 5, -1, 100};
+  const int out[] = {0, 1, 2, 3, 4, 0, 0, 0};
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(CJsonObjParser::int2PoiType(in[i]), out[i]);
+}
+
+TEST(JsonReaders, CurrentCityRecord) {
+  struct Case {
+    const char* json;
+    int result;
+    const char* record;
+  } cases[] = {
+      {R"({"c": {"code": 131, "name": "北京", "type": 2, "geo": "1|1,2;", "level": 12}})", 1,
+       R"({"code":131,"name":"北京","type":2,"geo":"1|1,2;","level":12})"},
+      {R"({"c": {}})", 1, R"({"level":0})"},
+      {R"({"c": {"level": "x", "code": "7"}})", 1, R"({"code":7,"level":0})"},
+      {R"({"c": []})", 0, "{}"},
+      {R"({})", 0, "{}"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    Json root = ParseJson(c.json);
+    CVBundle record;
+    EXPECT_EQ(CJsonObjParser::GetCurrentCityFromJson(_quarn_vi::cJSON_GetObjectItem(root.get(), "c"), record),
+              c.result);
+    EXPECT_EQ(ToJson(record), c.record);
+  }
+}
+
+TEST(JsonReaders, TextRuleFollowsTheFlag) {
+  const char* cafe = "caf\xC3\xA9";
+  EXPECT_EQ(CJsonObjParser::ConvertTextByRule(cafe).GetLength(), 5);
+  {
+    testing_support::TextModeScope utf8(true);
+    EXPECT_EQ(CJsonObjParser::ConvertTextByRule(cafe).GetLength(), 4);
+  }
+  EXPECT_TRUE(CJsonObjParser::ConvertTextByRule(nullptr).IsEmpty());
+}
+
+TEST(JsonAccess, TreeAccessUsesTheLibrarysTypeCodesAndCaseSensitiveNames) {
+  EXPECT_EQ(cJSON_String & 0xFF, 16);
+  EXPECT_EQ(cJSON_Array & 0xFF, 32);
+  EXPECT_EQ(cJSON_Object & 0xFF, 64);
+  Json root = ParseJson(R"({"Name": 1, "name": 2, "name": 3, "list": [10, 20, 30]})");
+  EXPECT_EQ(_quarn_vi::cJSON_GetObjectItem(root.get(), "name")->valueint, 2);  // first wins
+  EXPECT_EQ(_quarn_vi::cJSON_GetObjectItem(root.get(), "NAME"), nullptr);
+  cJSON* list = _quarn_vi::cJSON_GetObjectItem(root.get(), "list");
+  EXPECT_EQ(_quarn_vi::cJSON_GetObjectItem(list, "0"), nullptr);
+  EXPECT_EQ(_quarn_vi::cJSON_GetArraySize(list), 3);
+  EXPECT_EQ(_quarn_vi::cJSON_GetArraySize(root.get()), 0);
+  EXPECT_EQ(_quarn_vi::cJSON_GetArrayItem(list, 2)->valueint, 30);
+  EXPECT_EQ(_quarn_vi::cJSON_GetArrayItem(list, 3), nullptr);
+  EXPECT_EQ(_quarn_vi::cJSON_GetArrayItem(list, -1), nullptr);
+  EXPECT_EQ(_quarn_vi::cJSON_GetArrayItem(nullptr, 0), nullptr);
+  // A string created as a constant carries a flag bit above the type code.
+  cJSON* obj = cJSON_CreateObject();
+  cJSON_AddItemToObject(obj, "s", cJSON_CreateStringReference("ref"));
+  EXPECT_TRUE(_quarn_vi::IsJsonString(_quarn_vi::cJSON_GetObjectItem(obj, "s")));
+  cJSON_Delete(obj);
+}
+
+TEST(JsonAccess, MemberTableFindsTheFirstOfDuplicatesInOnePass) {
+  const char* names[] = {"geo", "name", "uid", "name", "absent"};
+  _quarn_vi::JsonMemberTable table(names, 5);
+  Json root = ParseJson(R"({"uid": "u", "name": "first", "other": 0, "name": "second", "geo": 1})");
+  cJSON* slots[5];
+  table.Gather(root.get(), slots);
+  EXPECT_EQ(slots[0]->valueint, 1);
+  EXPECT_STREQ(slots[1]->valuestring, "first");
+  EXPECT_STREQ(slots[2]->valuestring, "u");
+  EXPECT_EQ(slots[3], slots[1]);
+  EXPECT_EQ(slots[4], nullptr);
+  table.Gather(nullptr, slots);
+  EXPECT_EQ(slots[0], nullptr);
+}
+
+}  // namespace

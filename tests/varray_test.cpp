@@ -1,0 +1,206 @@
+// The growable array: growth policy, allocation tags, relocation and failure.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "engine/dev/inc/vi/vos/VTempl.h"
+#include "foundation/VBundle.h"
+#include "foundation/VString.h"
+
+using _quarn_vi::CVArray;
+using _quarn_vi::CVBundle;
+using _quarn_vi::CVMem;
+using _quarn_vi::CVMemHooks;
+using _quarn_vi::CVString;
+
+namespace {
+
+// Records every CVMem request and fails the ones the test chooses.
+struct Recorder {
+  struct Request {
+    unsigned int size;
+    std::string file;
+    int line;
+  };
+  std::vector<Request> requests;
+  int fail_from = -1;  // requests with index >= fail_from fail (-1: none)
+  int fail_only = -1;  // the request with this index fails
+
+  static void* Allocate(unsigned int size, const char* file, int line, void* context) {
+    Recorder* self = static_cast<Recorder*>(context);
+    int index = static_cast<int>(self->requests.size());
+    self->requests.push_back(Request{size, file, line});
+    if (index == self->fail_only || (self->fail_from >= 0 && index >= self->fail_from)) return nullptr;
+    return std::malloc(size);
+  }
+  static void Deallocate(void* block, void*) { std::free(block); }
+};
+
+class VArrayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CVMemHooks hooks{Recorder::Allocate, Recorder::Deallocate, &recorder_};
+    CVMem::SetHooks(&hooks);
+  }
+  void TearDown() override { CVMem::SetHooks(nullptr); }
+  std::vector<int> Slots() const {
+    std::vector<int> slots;
+    for (const auto& r : recorder_.requests) slots.push_back(static_cast<int>(r.size / sizeof(CVString)));
+    return slots;
+  }
+  Recorder recorder_;
+};
+
+typedef CVArray<CVString, CVString&> Strings;
+typedef CVArray<CVBundle, CVBundle&> Bundles;
+
+TEST_F(VArrayTest, AppendingGrowsByTheDocumentedSteps) {
+  Strings a;
+  CVString s("x");
+  for (int i = 0; i < 34; ++i) a.SetAtGrow(a.m_nSize, s);
+  EXPECT_EQ(Slots(), (std::vector<int>{1, 5, 9, 13, 17, 21, 25, 29, 33, 37}));
+  EXPECT_EQ(a.m_nSize, 34);
+  EXPECT_EQ(a.m_nMaxSize, 37);
+  ASSERT_GE(recorder_.requests.size(), 2u);
+  EXPECT_EQ(recorder_.requests[0].file, "../../../engine/dev/inc/vi/vos/VTempl");
+  EXPECT_EQ(recorder_.requests[0].line, 614);
+  for (size_t i = 1; i < recorder_.requests.size(); ++i) EXPECT_EQ(recorder_.requests[i].line, 660);
+}
+
+TEST_F(VArrayTest, CapacitiesFollowAnEighthOfTheSizeThenCapAt1024) {
+  CVArray<int, int&> a;
+  int v = 7;
+  std::vector<int> capacities;
+  for (int i = 0; i < 9300; ++i) {
+    int before = a.m_nMaxSize;
+    a.SetAtGrow(a.m_nSize, v);
+    if (a.m_nMaxSize != before) capacities.push_back(a.m_nMaxSize);
+  }
+  std::vector<int> head(capacities.begin(), capacities.begin() + 25);
+  EXPECT_EQ(head, (std::vector<int>{1, 5, 9, 13, 17, 21, 25, 29, 33, 37, 41, 46, 51, 57, 64, 72, 81,
+                                    91, 102, 114, 128, 144, 162, 182, 204}));
+  // From 8192 elements on the step is 1024.
+  int last = capacities.back(), previous = capacities[capacities.size() - 2];
+  EXPECT_GE(previous, 8192);
+  EXPECT_EQ(last - previous, 1024);
+}
+
+TEST_F(VArrayTest, SetSizeWithAGrowthStep) {
+  Strings a;
+  ASSERT_EQ(a.SetSize(3, -1), 1);
+  EXPECT_EQ(a.SetSize(4, 10), 1);
+  EXPECT_EQ(a.m_nMaxSize, 13);
+  Strings b;
+  ASSERT_EQ(b.SetSize(3, -1), 1);
+  EXPECT_EQ(b.SetSize(20, 10), 1);
+  EXPECT_EQ(b.m_nMaxSize, 20);
+  EXPECT_EQ(b.m_nGrowBy, 10);
+}
+
+TEST_F(VArrayTest, SetSizeZeroFreesTheBlockAndKeepsTheStep) {
+  Strings a;
+  a.SetSize(5, 3);
+  EXPECT_EQ(a.SetSize(0, -1), 1);
+  EXPECT_EQ(a.m_pData, nullptr);
+  EXPECT_EQ(a.m_nSize, 0);
+  EXPECT_EQ(a.m_nMaxSize, 0);
+  EXPECT_EQ(a.m_nGrowBy, 3);
+  Strings empty;
+  EXPECT_EQ(empty.SetSize(0, -1), 1);
+  EXPECT_TRUE(recorder_.requests.size() == 1);
+}
+
+TEST_F(VArrayTest, ShrinkingKeepsTheBlockAndRegrowingMakesEmptyElements) {
+  Strings a;
+  ASSERT_EQ(a.SetSize(10, -1), 1);
+  for (int i = 0; i < 10; ++i) a.m_pData[i] = "a long enough text";
+  ASSERT_EQ(a.SetSize(4, -1), 1);
+  EXPECT_EQ(a.m_nMaxSize, 10);
+  ASSERT_EQ(a.SetSize(10, -1), 1);
+  EXPECT_EQ(recorder_.requests.size(), 1u);
+  EXPECT_EQ(a.m_pData[3], CVString("a long enough text"));
+  for (int i = 4; i < 10; ++i) EXPECT_TRUE(a.m_pData[i].IsEmpty());
+}
+
+TEST_F(VArrayTest, SetAtGrowBelowTheSizeAssignsInPlace) {
+  Strings a;
+  CVString one("one"), two("two");
+  a.SetAtGrow(0, one);
+  a.SetAtGrow(1, one);
+  size_t requests = recorder_.requests.size();
+  a.SetAtGrow(0, two);
+  EXPECT_EQ(a.m_nSize, 2);
+  EXPECT_EQ(a.m_pData[0], two);
+  EXPECT_EQ(recorder_.requests.size(), requests);
+}
+
+TEST_F(VArrayTest, AFailedFirstBlockLeavesTheArrayEmpty) {
+  recorder_.fail_only = 0;
+  Strings a;
+  CVString s("x");
+  EXPECT_EQ(a.SetSize(3, 7), 0);
+  EXPECT_EQ(a.m_nGrowBy, 7);  // stored even though the request failed
+  EXPECT_EQ(a.m_nSize, 0);
+  EXPECT_EQ(a.m_nMaxSize, 0);
+  EXPECT_EQ(a.m_pData, nullptr);
+  a.SetAtGrow(0, s);  // the second request succeeds
+  EXPECT_EQ(a.m_nSize, 1);
+}
+
+TEST_F(VArrayTest, AFailedGrowthLeavesTheArrayAsItWas) {
+  Bundles a;
+  CVBundle record;
+  record.SetString("name", CVString("a text that is not inline"));
+  a.SetAtGrow(0, record);
+  recorder_.fail_from = 1;
+  CVBundle other;
+  other.SetInt("n", 2);
+  a.SetAtGrow(1, other);  // the growth fails: nothing stored, nothing lost
+  EXPECT_EQ(a.m_nSize, 1);
+  EXPECT_EQ(a.m_nMaxSize, 1);
+  EXPECT_EQ(a.m_pData[0], record);
+  EXPECT_EQ(a.SetSize(6, -1), 0);
+  EXPECT_EQ(a.m_nSize, 1);
+}
+
+// Growth moves elements by bytes: heap-backed strings and shared bundles must
+// survive it (AddressSanitizer checks the memory), and no copy is made.
+TEST_F(VArrayTest, GrowthRelocatesElementsByBytes) {
+  Bundles a;
+  std::vector<CVBundle> originals;
+  for (int i = 0; i < 40; ++i) {
+    CVBundle b;
+    b.SetString("text", CVString(("element number " + std::to_string(i)).c_str()));
+    b.SetInt("i", i);
+    originals.push_back(b);
+    a.SetAtGrow(a.m_nSize, b);
+  }
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_EQ(a.m_pData[i], originals[static_cast<size_t>(i)]);
+    EXPECT_EQ(a.m_pData[i].GetInt("i"), i);
+  }
+  // A plain memcpy of strings and bundles into raw storage is a valid move.
+  alignas(CVString) unsigned char raw[sizeof(CVString)];
+  CVString* moved = reinterpret_cast<CVString*>(raw);
+  {
+    CVString s("a heap text well beyond the inline room");
+    std::memcpy(static_cast<void*>(raw), static_cast<const void*>(&s), sizeof(CVString));
+    new (&s) CVString();  // the source gives up its text
+  }
+  EXPECT_EQ(*moved, CVString("a heap text well beyond the inline room"));
+  moved->~CVString();
+}
+
+TEST_F(VArrayTest, AppendingAnElementOfTheSameArrayIsSafe) {
+  Strings a;
+  CVString s("a text long enough for the heap");
+  a.SetAtGrow(0, s);
+  a.SetAtGrow(1, a.m_pData[0]);  // the growth moves the element being copied
+  EXPECT_EQ(a.m_nSize, 2);
+  EXPECT_EQ(a.m_pData[1], s);
+}
+
+}  // namespace

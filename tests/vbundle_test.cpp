@@ -1,0 +1,111 @@
+// Bundles: insertion order, replacement, typed getters, sharing and moves.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "TestSupport.h"
+
+using _quarn_vi::CVBundle;
+using _quarn_vi::CVString;
+using testing_support::ToJson;
+
+namespace {
+
+TEST(VBundle, KeepsInsertionOrderAndReplacesInPlace) {
+  CVBundle b;
+  b.SetInt("b", 1);
+  b.SetString("a", CVString("x"));
+  b.SetBool("c", 5);
+  b.SetInt("b", 2);  // keeps its first position
+  b.SetDouble("d", 1.0);
+  EXPECT_EQ(ToJson(b), R"({"b":2,"a":"x","c":true,"d":1.0})");
+  b.Remove("a");
+  b.Remove("absent");
+  EXPECT_EQ(ToJson(b), R"({"b":2,"c":true,"d":1.0})");
+  b.SetString("b", CVString("now text"));
+  EXPECT_EQ(ToJson(b), R"({"b":"now text","c":true,"d":1.0})");
+}
+
+TEST(VBundle, GettersGiveZeroOrNullForAbsentKeysAndOtherTypes) {
+  CVBundle b;
+  b.SetInt("i", 7);
+  b.SetBool("t", 1);
+  b.SetString("s", CVString("x"));
+  EXPECT_EQ(b.GetInt("i"), 7);
+  EXPECT_EQ(b.GetBool("t"), 1);
+  EXPECT_EQ(b.GetInt("t"), 0);
+  EXPECT_EQ(b.GetBool("i"), 0);
+  EXPECT_EQ(b.GetBool("absent"), 0);
+  EXPECT_EQ(b.GetDouble("i"), 0.0);
+  EXPECT_EQ(b.GetString("i"), nullptr);
+  EXPECT_EQ(b.GetBundle("s"), nullptr);
+  EXPECT_EQ(b.GetBundleArray("s"), nullptr);
+  EXPECT_EQ(b.GetStringArray("absent"), nullptr);
+  ASSERT_NE(b.GetString("s"), nullptr);
+  EXPECT_EQ(*b.GetString("s"), CVString("x"));
+  EXPECT_TRUE(b.ContainsKey("t"));
+  EXPECT_FALSE(b.ContainsKey("T"));
+}
+
+TEST(VBundle, CopiesShareUntilEitherChanges) {
+  CVBundle inner;
+  inner.SetString("name", CVString("a long text held on the heap"));
+  CVBundle::BundleArray records;
+  for (int i = 0; i < 1000; ++i) {
+    CVBundle r;
+    r.SetInt("i", i);
+    _quarn_vi::AppendByMove(records, r);
+  }
+  CVBundle a;
+  a.SetBundle("inner", inner);
+  a.SetBundleArray("records", std::move(records));
+  EXPECT_EQ(records.m_nSize, 0);  // taken over, not copied
+
+  CVBundle b = a;
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a.GetBundleArray("records"), b.GetBundleArray("records"));  // one shared array
+  b.SetInt("extra", 1);
+  EXPECT_FALSE(a.ContainsKey("extra"));
+  a.Remove("inner");
+  EXPECT_NE(b.GetBundle("inner"), nullptr);
+  EXPECT_EQ(b.GetBundleArray("records")->m_nSize, 1000);
+  EXPECT_EQ(b.GetBundleArray("records")->m_pData[999].GetInt("i"), 999);
+  EXPECT_NE(a, b);
+}
+
+TEST(VBundle, StoringABundleInsideItselfStoresTheOldValue) {
+  CVBundle a;
+  a.SetInt("n", 1);
+  a.SetBundle("self", a);
+  a.SetString("s", CVString("ok"));
+  EXPECT_EQ(ToJson(a), R"({"n":1,"self":{"n":1},"s":"ok"})");
+  const CVString* s = a.GetString("s");
+  a.SetString("t", *s);  // the value lives in the bundle that grows
+  EXPECT_EQ(ToJson(a), R"({"n":1,"self":{"n":1},"s":"ok","t":"ok"})");
+}
+
+TEST(VBundle, ArraysAreCopiedWithTheirElements) {
+  CVBundle::StringArray texts;
+  CVString t("first text, long enough for the heap");
+  texts.SetAtGrow(0, t);
+  CVBundle b;
+  b.SetStringArray("texts", texts);
+  texts.m_pData[0] = "changed";
+  EXPECT_EQ(ToJson(b), R"({"texts":["first text, long enough for the heap"]})");
+  CVBundle::BundleArray empty;
+  b.SetBundleArray("none", empty);
+  EXPECT_EQ(b.GetBundleArray("none")->m_nSize, 0);
+}
+
+TEST(VBundle, EqualityIgnoresKeyOrderButNotTypes) {
+  CVBundle a, b;
+  a.SetInt("x", 1);
+  a.SetString("y", CVString("s"));
+  b.SetString("y", CVString("s"));
+  b.SetInt("x", 1);
+  EXPECT_EQ(a, b);
+  b.SetBool("x", 1);
+  EXPECT_NE(a, b);
+}
+
+}  // namespace
