@@ -1,0 +1,92 @@
+// poiparse as a process: exit codes, input sources and error messages.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+namespace {
+
+struct Outcome {
+  std::string out;
+  std::string err;
+  int status;
+};
+
+// Runs `poiparse ARGS` with `input` on standard input.
+Outcome Tool(const std::string& args, const std::string& input = "") {
+  const std::string in = testing::TempDir() + "poiparse_in.txt";
+  const std::string err = testing::TempDir() + "poiparse_err.txt";
+  std::ofstream(in, std::ios::binary) << input;
+  std::string command = std::string(POIPARSE_PATH) + " " + args + " <" + in + " 2>" + err;
+  Outcome outcome{"", "", -1};
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return outcome;
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) outcome.out.append(buf, n);
+  int status = pclose(pipe);
+  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  std::ifstream e(err, std::ios::binary);
+  outcome.err.assign(std::istreambuf_iterator<char>(e), std::istreambuf_iterator<char>());
+  return outcome;
+}
+
+const char kGoodCityList[] = R"({"result": {"error": 0}, "traffic_citys": {"contents": [{"code": 1}]}})";
+
+TEST(ToolCli, ReadsStandardInputAndPrintsCompactly) {
+  Outcome o = Tool("--compact", kGoodCityList);
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out,
+            "{\"kind\":\"city-list\",\"result\":1,\"bundle\":{\"count\":1,\"citys\":[{\"code\":1}],"
+            "\"current_null\":true}}\n");
+  EXPECT_EQ(Tool("--compact -", kGoodCityList).out, o.out);
+}
+
+TEST(ToolCli, ARefusedAnswerPrintsItsBundleAndExitsOne) {
+  Outcome o = Tool("--compact", R"({"result": {"error": 3}, "traffic_citys": {}})");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(o.out, "{\"kind\":\"city-list\",\"result\":0,\"bundle\":{}}\n");
+}
+
+TEST(ToolCli, ErrorsExitTwoWithAMessage) {
+  struct Case {
+    const char* args;
+    const char* input;
+    const char* message;
+  } cases[] = {
+      {"", "{\"result\": {\"error\": 0},\n  \"traffic_citys\": [1,]}", "<stdin>:2:23: invalid JSON"},
+      {"", "", "<stdin>:1:1: invalid JSON"},
+      {"", "not json at all", "<stdin>:1:1: invalid JSON"},
+      {"", "{} trailing", "<stdin>:1:4: invalid JSON"},
+      {"", "{\"a\": 1}", "--kind"},
+      {"--kind no-such-kind", "{}", "unknown kind"},
+      {"--kind", "{}", "needs a value"},
+      {"--bogus", "{}", "unknown option"},
+      {"/no/such/file.json", "", "/no/such/file.json: No such file or directory"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args + std::string(" <<< ") + c.input);
+    Outcome o = Tool(c.args, c.input);
+    EXPECT_EQ(o.status, 2);
+    EXPECT_NE(o.err.find(c.message), std::string::npos) << o.err;
+    EXPECT_EQ(o.out, "");
+  }
+}
+
+TEST(ToolCli, AnExplicitKindReadsRecordsToo) {
+  Outcome o = Tool("--kind city-info --compact", R"({"code": 7, "name": "x"})");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "{\"kind\":\"city-info\",\"result\":1,\"bundle\":{\"code\":7,\"name\":\"x\"}}\n");
+}
+
+TEST(ToolCli, HelpVersionAndKinds) {
+  EXPECT_EQ(Tool("--help").status, 0);
+  EXPECT_NE(Tool("--help").out.find("usage: poiparse"), std::string::npos);
+  EXPECT_NE(Tool("--version").out.find("poiparse"), std::string::npos);
+  EXPECT_NE(Tool("--list-kinds").out.find("city-list"), std::string::npos);
+}
+
+}  // namespace
