@@ -1,14 +1,16 @@
 # The two set-up commands of the project:
 #   make run    installs what is missing, builds, and parses the example answers
 #   make test   installs what is missing, builds, and runs the test suite
+#   make install PREFIX=DIR   builds a Release copy and installs the library
 JOBS ?= 2
 RELEASE_DIR := build/release
 TEST_DIR := build/test
 BUILD_PACKAGES := cmake g++ make libcjson-dev pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
 EXAMPLES := $(sort $(wildcard examples/*.json))
+PREFIX ?= /usr/local
 
-.PHONY: run test deps deps-test build build-test clean
+.PHONY: run test deps deps-test build build-test install clean
 
 run: build
 	@for f in $(EXAMPLES); do echo "== $$f"; ./$(RELEASE_DIR)/poiparse "$$f" || true; done
@@ -30,6 +32,13 @@ build: deps
 build-test: deps-test
 	cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPOIPARSER_SANITIZE=address,undefined >/dev/null
 	cmake --build $(TEST_DIR) -j $(JOBS)
+
+# The library, its headers, the CMake package and poiparser.pc, from a
+# Release build without sanitizers and tests (in build/release).
+install: deps
+	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
+	cmake --build $(RELEASE_DIR) -j $(JOBS)
+	cmake --install $(RELEASE_DIR) --prefix "$(PREFIX)"
 
 clean:
 	rm -rf build

@@ -1,0 +1,56 @@
+// A client of the parser library: reads a search service answer from the
+// file named on the command line, parses it with cJSON, hands the tree to
+// one entry operation and prints a few keys of the result bundle.
+//
+//   poiclient ANSWER.json
+//
+// Exit status: 0 when the answer was accepted, 1 when it was refused, 2 when
+// the file could not be read or is not JSON.
+#include <cjson/cJSON.h>
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "poi_parser/PoiJsonObjParser.h"
+
+using _quarn_framework::CPoiJsonObjParser;
+using _quarn_vi::CVBundle;
+using _quarn_vi::CVString;
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::cerr << "usage: poiclient ANSWER.json\n";
+    return 2;
+  }
+  std::ifstream in(argv[1], std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  if (!in) {
+    std::cerr << "poiclient: cannot read " << argv[1] << "\n";
+    return 2;
+  }
+  cJSON* root = cJSON_Parse(text.str().c_str());
+  if (root == nullptr) {
+    std::cerr << "poiclient: " << argv[1] << " is not JSON\n";
+    return 2;
+  }
+
+  // The operation and the list key are the two things to change for another
+  // kind of answer (e.g. ParsePoiListRst and "pois").
+  CVBundle bundle;
+  int result = CPoiJsonObjParser::ParseCityList(root, bundle);
+  const CVString list_key("citys");
+
+  std::cout << "result=" << result << "\n";
+  std::cout << "count=" << bundle.GetInt(CVString("count")) << "\n";
+  const CVBundle::BundleArray* list = bundle.GetBundleArray(list_key);
+  if (list != nullptr && list->m_nSize > 0) {
+    const CVString* name = list->m_pData[0].GetString(CVString("name"));
+    if (name != nullptr) std::cout << "first name=" << name->ToUtf8() << "\n";
+  }
+
+  cJSON_Delete(root);  // the bundle holds copies; the tree may go now
+  return result == 1 ? 0 : 1;
+}
