@@ -3,6 +3,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -80,6 +81,41 @@ TEST(ToolCli, AnExplicitKindReadsRecordsToo) {
   Outcome o = Tool("--kind city-info --compact", R"({"code": 7, "name": "x"})");
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.out, "{\"kind\":\"city-info\",\"result\":1,\"bundle\":{\"code\":7,\"name\":\"x\"}}\n");
+}
+
+TEST(ToolCli, JsonlBatchesKeepInputOrderOnAnyNumberOfThreads) {
+  std::string lines;
+  for (int i = 0; i < 40; ++i) {
+    lines += R"({"result": {"error": )" + std::to_string(i % 3 == 0 ? 1 : 0) +
+             R"(}, "traffic_citys": {"contents": [{"code": )" + std::to_string(i) + "}]}}\n";
+    if (i == 17) lines += "\n{\"result\": [1,}\n";  // a blank line, then invalid JSON
+  }
+  Outcome one = Tool("--jsonl -j 1", lines);
+  Outcome two = Tool("--jsonl -j 2", lines);
+  EXPECT_EQ(one.status, 2);
+  EXPECT_EQ(two.status, 2);
+  EXPECT_EQ(one.out, two.out);
+  EXPECT_NE(one.err.find("<stdin>:20:15: invalid JSON"), std::string::npos) << one.err;
+  EXPECT_NE(one.err.find("41 answers: 26 accepted, 14 refused, 1 invalid JSON"), std::string::npos) << one.err;
+  // One compact line per answer, in input order.
+  EXPECT_EQ(std::count(one.out.begin(), one.out.end(), '\n'), 40);
+  EXPECT_EQ(one.out.find("\"code\":0"), std::string::npos);  // the first answer was refused
+  EXPECT_LT(one.out.find("\"code\":1}"), one.out.find("\"code\":2}"));
+}
+
+TEST(ToolCli, ManyFilesGiveOneAnswerEach) {
+  const std::string path = testing::TempDir() + "poiparse_good.json";
+  std::ofstream(path) << kGoodCityList;
+  Outcome o = Tool("--compact " + path + " - " + path, R"({"result": {"error": 2}, "traffic_citys": {}})");
+  EXPECT_EQ(o.status, 1);
+  EXPECT_EQ(std::count(o.out.begin(), o.out.end(), '\n'), 3);
+  EXPECT_NE(o.err.find("3 answers: 2 accepted, 1 refused"), std::string::npos) << o.err;
+}
+
+TEST(ToolCli, ColorOnlyWhenAskedOrOnATerminal) {
+  EXPECT_EQ(Tool("--compact", kGoodCityList).out.find("\x1b["), std::string::npos);
+  EXPECT_NE(Tool("--compact --color always", kGoodCityList).out.find("\x1b["), std::string::npos);
+  EXPECT_EQ(Tool("--color sometimes", kGoodCityList).status, 2);
 }
 
 TEST(ToolCli, HelpVersionAndKinds) {

@@ -13,6 +13,9 @@ struct AnswerKind {
   const char* name;   // the --kind value
   const char* reads;  // one line for --list-kinds
   int (*parse)(cJSON* node, _quarn_vi::CVBundle& out);
+  // With --utf8 the tool sets the text mode flag once for a whole run; a kind
+  // whose operation changes the flag names here the operation to use instead.
+  int (*parse_utf8)(cJSON* node, _quarn_vi::CVBundle& out) = nullptr;
 };
 
 // Every kind, in --list-kinds order; `count` receives their number.

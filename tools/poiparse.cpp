@@ -1,19 +1,23 @@
-// poiparse: parses a search service answer and prints what the client's
-// bundle holds, as JSON.
-//
-//   poiparse [--kind KIND] [--utf8] [--compact] [FILE ...]
+// poiparse: parses search service answers as the map client does and prints
+// the bundle of each one as JSON.
 //
 // Exit status: 0 when every answer was accepted (result 1), 1 when some
 // answer was refused (result 0; its bundle is printed all the same), 2 for
-// usage errors, unreadable files and invalid JSON.
+// usage errors, unreadable input, invalid JSON and answers of unknown kind.
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "foundation/BundleJsonWriter.h"
@@ -23,29 +27,54 @@
 namespace {
 
 constexpr const char kVersion[] = "poiparse 0.1.0";
+constexpr int kExitAccepted = 0;
 constexpr int kExitRefused = 1;
 constexpr int kExitError = 2;
 
 const char kUsage[] =
     "usage: poiparse [options] [FILE ...]\n"
-    "Parses search service answers (JSON) as the map client does and prints\n"
-    "each resulting bundle as JSON. No FILE, or '-', reads standard input.\n"
+    "Parses map search service answers (JSON) as the map client does and prints\n"
+    "each resulting bundle as JSON: {\"kind\": ..., \"result\": 0|1, \"bundle\": {...}}.\n"
+    "No FILE, or '-', reads standard input.\n"
     "\n"
     "options:\n"
-    "  --kind KIND    the answer kind (see --list-kinds); detected when omitted\n"
-    "  --list-kinds   list the answer kinds and exit\n"
-    "  --utf8         the answer's texts are UTF-8 (sets the text mode flag)\n"
-    "  --compact      one line per answer\n"
-    "  --help         show this help and exit\n"
-    "  --version      show the version and exit\n"
+    "  --kind KIND          the answer kind (see --list-kinds); told from the\n"
+    "                       answer's shape when omitted\n"
+    "  --list-kinds         list the answer kinds and exit\n"
+    "  --utf8               the answers' texts are UTF-8 (sets the text mode flag)\n"
+    "  --compact            one line per answer\n"
+    "  --color WHEN         auto (default: on a terminal), always or never\n"
+    "  --jsonl              one answer per input line; one compact line each\n"
+    "  -j N, --jobs N       parse on N threads (default: the number of cores)\n"
+    "  --help               show this help and exit\n"
+    "  --version            show the version and exit\n"
     "\n"
-    "exit status: 0 all answers accepted, 1 an answer refused, 2 error\n";
+    "exit status: 0 all answers accepted, 1 an answer refused, 2 an error\n"
+    "(usage, unreadable input, invalid JSON, unknown answer kind)\n";
 
 struct Options {
   const poiparse::AnswerKind* kind = nullptr;
   bool utf8 = false;
   bool compact = false;
+  bool color = false;
+  bool jsonl = false;
+  int jobs = 0;  // 0: the number of cores
   std::vector<std::string> files;
+};
+
+// One answer to parse: a whole file, or one line of a JSONL file.
+struct Job {
+  std::string name;   // the file name as the user gave it
+  size_t line = 0;    // the line in the file where the answer starts (from 1)
+  const char* text;   // not NUL-terminated
+  size_t size;
+};
+
+struct Outcome {
+  std::string out;   // for standard output
+  std::string err;   // for standard error
+  int status = kExitAccepted;
+  bool invalid_json = false;
 };
 
 using TreePtr = std::unique_ptr<cJSON, void (*)(cJSON*)>;
@@ -65,12 +94,13 @@ bool ReadAll(const std::string& path, std::string* text, std::string* error) {
   return ok;
 }
 
-// Line and column (both from 1; the column counts characters) of byte
+// Line (from `first_line`) and column (from 1, in characters) of byte
 // `offset` of `text`.
-void LineColumn(const std::string& text, size_t offset, size_t* line, size_t* column) {
-  *line = 1;
+void LineColumn(const char* text, size_t size, size_t offset, size_t first_line, size_t* line,
+                size_t* column) {
+  *line = first_line;
   *column = 1;
-  for (size_t i = 0; i < offset && i < text.size(); ++i) {
+  for (size_t i = 0; i < offset && i < size; ++i) {
     unsigned char c = static_cast<unsigned char>(text[i]);
     if (c == '\n') {
       ++*line;
@@ -81,15 +111,15 @@ void LineColumn(const std::string& text, size_t offset, size_t* line, size_t* co
   }
 }
 
-// Parses `text` as one JSON document; on failure returns null and sets
-// *error_offset to where the text stops being JSON.
-TreePtr ParseJson(const std::string& text, size_t* error_offset) {
+// Parses one JSON document; on failure returns null and sets *error_offset
+// to where the text stops being JSON.
+TreePtr ParseJson(const char* text, size_t size, size_t* error_offset) {
+  // cJSON wants a NUL right after the document to reject trailing garbage.
+  std::string copy(text, size);
   const char* end = nullptr;
-  // The length passed includes the terminating NUL, which cJSON requires to
-  // see right after the document (no trailing garbage).
-  cJSON* root = cJSON_ParseWithLengthOpts(text.c_str(), text.size() + 1, &end, 1);
-  size_t stop = end != nullptr ? static_cast<size_t>(end - text.c_str()) : 0;
-  if (root != nullptr && stop < text.size()) {
+  cJSON* root = cJSON_ParseWithLengthOpts(copy.c_str(), size + 1, &end, 1);
+  size_t stop = end != nullptr ? static_cast<size_t>(end - copy.c_str()) : 0;
+  if (root != nullptr && stop < size) {
     // cJSON stops at an embedded NUL byte; what follows is not JSON.
     cJSON_Delete(root);
     root = nullptr;
@@ -101,7 +131,8 @@ TreePtr ParseJson(const std::string& text, size_t* error_offset) {
 void WriteResult(const poiparse::AnswerKind& kind, int result, const _quarn_vi::CVBundle& bundle,
                  const Options& options, std::string& out) {
   _quarn_vi::CVJsonWriter::Options format;
-  format.pretty = !options.compact;
+  format.pretty = !options.compact && !options.jsonl;
+  format.color = options.color;
   _quarn_vi::CVJsonWriter writer(out, format);
   writer.BeginObject();
   writer.Key("kind");
@@ -114,39 +145,129 @@ void WriteResult(const poiparse::AnswerKind& kind, int result, const _quarn_vi::
   out.push_back('\n');
 }
 
-// Parses one input; returns the exit status it calls for.
-int ProcessFile(const std::string& path, const Options& options) {
-  const std::string name = path == "-" ? "<stdin>" : path;
-  std::string text, error;
-  if (!ReadAll(path, &text, &error)) {
-    std::cerr << "poiparse: " << name << ": " << error << "\n";
-    return kExitError;
-  }
+// Parses one answer. The text mode flag was set for the whole run (--utf8),
+// so the kind's flag-free operation is used: the route-address dispatcher
+// would clear the flag under the other threads' feet.
+Outcome Process(const Job& job, const Options& options) {
+  Outcome outcome;
   size_t error_offset = 0;
-  TreePtr root = ParseJson(text, &error_offset);
+  TreePtr root = ParseJson(job.text, job.size, &error_offset);
   if (!root) {
     size_t line, column;
-    LineColumn(text, error_offset, &line, &column);
-    std::cerr << name << ":" << line << ":" << column << ": invalid JSON\n";
-    return kExitError;
+    LineColumn(job.text, job.size, error_offset, job.line, &line, &column);
+    outcome.err = job.name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": invalid JSON\n";
+    outcome.status = kExitError;
+    outcome.invalid_json = true;
+    return outcome;
   }
   const poiparse::AnswerKind* kind = options.kind;
   if (kind == nullptr) kind = poiparse::DetectKind(root.get());
   if (kind == nullptr) {
-    std::cerr << "poiparse: " << name
-              << ": cannot tell the answer kind from its shape; name it with --kind "
-                 "(see --list-kinds)\n";
-    return kExitError;
+    std::string where = options.jsonl ? job.name + ":" + std::to_string(job.line) : job.name;
+    outcome.err = "poiparse: " + where +
+                  ": cannot tell the answer kind from its shape; name it with --kind (see --list-kinds)\n";
+    outcome.status = kExitError;
+    return outcome;
   }
-  if (options.utf8) _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 1;
+  auto parse = options.utf8 && kind->parse_utf8 != nullptr ? kind->parse_utf8 : kind->parse;
   _quarn_vi::CVBundle bundle;
-  int result = kind->parse(root.get(), bundle);
-  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+  int result = parse(root.get(), bundle);
+  WriteResult(*kind, result, bundle, options, outcome.out);
+  outcome.status = result == 1 ? kExitAccepted : kExitRefused;
+  return outcome;
+}
 
-  std::string out;
-  WriteResult(*kind, result, bundle, options, out);
-  std::fwrite(out.data(), 1, out.size(), stdout);
-  return result == 1 ? 0 : kExitRefused;
+// Splits a JSONL text into jobs, one per non-blank line.
+void SplitLines(const std::string& name, const std::string& text, std::vector<Job>* jobs) {
+  size_t line = 1;
+  for (size_t start = 0; start < text.size();) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    bool blank = std::all_of(text.begin() + static_cast<long>(start), text.begin() + static_cast<long>(end),
+                             [](char c) { return c == ' ' || c == '\t' || c == '\r'; });
+    if (!blank) jobs->push_back(Job{name, line, text.data() + start, end - start});
+    start = end + 1;
+    ++line;
+  }
+}
+
+// Counts for the closing summary of a batch.
+struct Summary {
+  size_t answers = 0, accepted = 0, refused = 0, invalid = 0, other_errors = 0, bytes = 0;
+};
+
+class ProgressBar {
+ public:
+  explicit ProgressBar(size_t total) : m_total(total), m_enabled(isatty(STDERR_FILENO) && total > 1) {}
+  void Update(size_t done) {
+    if (!m_enabled) return;
+    auto now = std::chrono::steady_clock::now();
+    if (done < m_total && now - m_last < std::chrono::milliseconds(100)) return;
+    m_last = now;
+    const int width = 30;
+    int filled = static_cast<int>(width * done / m_total);
+    std::fprintf(stderr, "\r[%s%s] %zu/%zu", std::string(static_cast<size_t>(filled), '#').c_str(),
+                 std::string(static_cast<size_t>(width - filled), ' ').c_str(), done, m_total);
+    if (done == m_total) std::fputs("\r\x1b[K", stderr);
+    std::fflush(stderr);
+  }
+
+ private:
+  size_t m_total;
+  bool m_enabled;
+  std::chrono::steady_clock::time_point m_last{};
+};
+
+// Parses every job on `threads` threads and prints the outcomes in job order.
+int RunJobs(const std::vector<Job>& jobs, const Options& options, int threads, Summary* summary) {
+  std::vector<Outcome> outcomes(jobs.size());
+  std::vector<char> done(jobs.size(), 0);
+  std::mutex mutex;
+  std::condition_variable ready;
+  std::atomic<size_t> next{0};
+  auto work = [&]() {
+    for (size_t i; (i = next.fetch_add(1)) < jobs.size();) {
+      Outcome outcome = Process(jobs[i], options);
+      std::lock_guard<std::mutex> lock(mutex);
+      outcomes[i] = std::move(outcome);
+      done[i] = 1;
+      ready.notify_one();
+    }
+  };
+  std::vector<std::thread> pool;
+  if (threads > 1) {
+    for (int t = 0; t < threads; ++t) pool.emplace_back(work);
+  }
+  ProgressBar progress(jobs.size());
+  int status = kExitAccepted;
+  for (size_t i = 0; i < jobs.size(); ++i) {
+    Outcome outcome;
+    if (threads > 1) {
+      std::unique_lock<std::mutex> lock(mutex);
+      ready.wait(lock, [&] { return done[i] != 0; });
+      outcome = std::move(outcomes[i]);
+    } else {
+      outcome = Process(jobs[i], options);
+    }
+    std::fwrite(outcome.out.data(), 1, outcome.out.size(), stdout);
+    if (!outcome.err.empty()) std::fputs(outcome.err.c_str(), stderr);
+    status = std::max(status, outcome.status);
+    ++summary->answers;
+    summary->bytes += jobs[i].size;
+    if (outcome.invalid_json) {
+      ++summary->invalid;
+    } else if (outcome.status == kExitAccepted) {
+      ++summary->accepted;
+    } else if (outcome.status == kExitRefused) {
+      ++summary->refused;
+    } else {
+      ++summary->other_errors;
+    }
+    progress.Update(i + 1);
+  }
+  for (std::thread& t : pool) t.join();
+  std::fflush(stdout);
+  return status;
 }
 
 void ListKinds() {
@@ -155,42 +276,78 @@ void ListKinds() {
   for (int i = 0; i < count; ++i) std::printf("%-14s %s\n", kinds[i].name, kinds[i].reads);
 }
 
+bool ParseCount(const std::string& text, int* value) {
+  char* end = nullptr;
+  long n = std::strtol(text.c_str(), &end, 10);
+  if (text.empty() || *end != 0 || n < 1 || n > 1024) return false;
+  *value = static_cast<int>(n);
+  return true;
+}
+
 // Parses the command line; returns -1 to go on, else an exit status.
 int ParseArgs(int argc, char** argv, Options* options) {
   bool only_files = false;
+  std::string color = "auto";
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
+    // --opt=value and --opt value are the same.
+    std::string value;
+    bool has_inline_value = false;
+    if (arg.rfind("--", 0) == 0 && arg.find('=') != std::string::npos) {
+      value = arg.substr(arg.find('=') + 1);
+      arg = arg.substr(0, arg.find('='));
+      has_inline_value = true;
+    }
+    auto take_value = [&](std::string* out) {
+      if (has_inline_value) {
+        *out = value;
+        return true;
+      }
+      if (i + 1 >= argc) {
+        std::cerr << "poiparse: " << arg << " needs a value\n";
+        return false;
+      }
+      *out = argv[++i];
+      return true;
+    };
     if (only_files || arg == "-" || arg.empty() || arg[0] != '-') {
-      options->files.push_back(arg);
+      options->files.push_back(argv[i]);
     } else if (arg == "--") {
       only_files = true;
     } else if (arg == "--help" || arg == "-h") {
       std::fputs(kUsage, stdout);
-      return 0;
+      return kExitAccepted;
     } else if (arg == "--version") {
       std::puts(kVersion);
-      return 0;
+      return kExitAccepted;
     } else if (arg == "--list-kinds") {
       ListKinds();
-      return 0;
+      return kExitAccepted;
     } else if (arg == "--utf8") {
       options->utf8 = true;
     } else if (arg == "--compact") {
       options->compact = true;
-    } else if (arg == "--kind" || arg.rfind("--kind=", 0) == 0) {
+    } else if (arg == "--jsonl") {
+      options->jsonl = true;
+    } else if (arg == "--kind") {
       std::string name;
-      if (arg == "--kind") {
-        if (i + 1 >= argc) {
-          std::cerr << "poiparse: --kind needs a value (see --list-kinds)\n";
-          return kExitError;
-        }
-        name = argv[++i];
-      } else {
-        name = arg.substr(7);
-      }
+      if (!take_value(&name)) return kExitError;
       options->kind = poiparse::FindKind(name);
       if (options->kind == nullptr) {
         std::cerr << "poiparse: unknown kind '" << name << "' (see --list-kinds)\n";
+        return kExitError;
+      }
+    } else if (arg == "--color") {
+      if (!take_value(&color)) return kExitError;
+      if (color != "auto" && color != "always" && color != "never") {
+        std::cerr << "poiparse: --color takes auto, always or never\n";
+        return kExitError;
+      }
+    } else if (arg == "-j" || arg == "--jobs" || (arg.rfind("-j", 0) == 0 && arg.size() > 2)) {
+      std::string count = arg.size() > 2 && arg[1] == 'j' ? arg.substr(2) : "";
+      if (count.empty() && !take_value(&count)) return kExitError;
+      if (!ParseCount(count, &options->jobs)) {
+        std::cerr << "poiparse: " << arg << " takes a thread count from 1 to 1024\n";
         return kExitError;
       }
     } else {
@@ -199,6 +356,7 @@ int ParseArgs(int argc, char** argv, Options* options) {
     }
   }
   if (options->files.empty()) options->files.push_back("-");
+  options->color = color == "always" || (color == "auto" && isatty(STDOUT_FILENO));
   return -1;
 }
 
@@ -208,10 +366,45 @@ int main(int argc, char** argv) {
   Options options;
   int status = ParseArgs(argc, argv, &options);
   if (status >= 0) return status;
-  status = 0;
-  for (const std::string& path : options.files) {
-    int file_status = ProcessFile(path, options);
-    if (file_status > status) status = file_status;
+  status = kExitAccepted;
+
+  // Read every input first; the jobs point into these texts.
+  std::vector<std::string> texts(options.files.size());
+  std::vector<Job> jobs;
+  for (size_t f = 0; f < options.files.size(); ++f) {
+    const std::string& path = options.files[f];
+    const std::string name = path == "-" ? "<stdin>" : path;
+    std::string error;
+    if (!ReadAll(path, &texts[f], &error)) {
+      std::cerr << "poiparse: " << name << ": " << error << "\n";
+      status = kExitError;
+      continue;
+    }
+    if (options.jsonl) {
+      SplitLines(name, texts[f], &jobs);
+    } else {
+      jobs.push_back(Job{name, 1, texts[f].data(), texts[f].size()});
+    }
+  }
+
+  int threads = options.jobs > 0 ? options.jobs : static_cast<int>(std::thread::hardware_concurrency());
+  threads = std::max(1, std::min<int>(threads, static_cast<int>(jobs.size())));
+  // The flag is process-wide: set once for the whole run, never per answer.
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = options.utf8 ? 1 : 0;
+  Summary summary;
+  auto start = std::chrono::steady_clock::now();
+  status = std::max(status, RunJobs(jobs, options, threads, &summary));
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+
+  if (options.jsonl || options.files.size() > 1) {
+    double mb = static_cast<double>(summary.bytes) / 1e6;
+    std::fprintf(stderr,
+                 "poiparse: %zu answers: %zu accepted, %zu refused, %zu invalid JSON, %zu other errors; "
+                 "%.2f MB in %.3f s (%.1f MB/s, %.0f answers/s)\n",
+                 summary.answers, summary.accepted, summary.refused, summary.invalid, summary.other_errors, mb,
+                 seconds, seconds > 0 ? mb / seconds : 0.0,
+                 seconds > 0 ? static_cast<double>(summary.answers) / seconds : 0.0);
   }
   return status;
 }
