@@ -1,0 +1,270 @@
+// The point-of-interest records shared by the search answers: the two hint
+// records (psrs and suggested queries), the show record, the detail record
+// and the POI record that holds the last two.
+#include <cstddef>
+#include <utility>
+
+#include "poi_parser/ParserSupport.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+using _quarn_vi::IsJsonArray;
+using _quarn_vi::IsJsonObject;
+using _quarn_vi::IsJsonString;
+using _quarn_vi::JsonElements;
+using _quarn_vi::JsonStringBytes;
+
+namespace {
+
+// The telephone buffer of a POI record: a longer "tel" is cut at the last
+// whole UTF-8 character that fits in kTelBufferSize - 1 bytes.
+constexpr int kTelBufferSize = 80;
+
+// A table that is never destroyed: its permanent keys stay reachable for
+// the life of the program (destroying the table would orphan their blocks).
+template <size_t N>
+const FieldTable& LastingTable(const FieldRow (&rows)[N]) {
+  return *new FieldTable(rows);
+}
+
+const CVString kNumKey = MakeKey("num");
+const CVString kResultKey = MakeKey("result");
+const CVString kSrcNameKey = MakeKey("src_name");
+
+// ---- Show record -------------------------------------------------------------
+
+const FieldRow kShowRows[] = {
+    IntField("address"),      IntField("image"),        IntField("name"),
+    IntField("icon"),         IntField("distance"),     IntField("overall_rating"),
+    IntField("price"),        IntField("ep_char"),      IntField("ec_reason"),
+    IntField("phone_button"), IntField("map_button"),   IntField("book_info"),
+};
+
+// ---- Detail record -------------------------------------------------------------
+
+// "premium_info" and "groupon_info" are read flat into the detail record.
+const FieldRow kPremiumRows[] = {
+    StringField("discount_content"),
+    StringField("discount_dl"),
+    StringField("discount_id"),
+    StringField("name"),
+};
+
+const FieldRow kGrouponRows[] = {
+    StringField("groupon_num"),   StringField("groupon_price"), StringField("groupon_title"),
+    StringField("groupon_image"), StringField("regular_price"), StringField("groupon_url_mobile"),
+};
+
+const FieldRow kOrilEntryRows[] = {
+    StringField("oril_price"),
+    StringField("oril_type"),
+};
+
+const FieldRow kContactRows[] = {
+    StringField("title"),
+    StringField("content"),
+};
+
+void ReadPremiumInfo(cJSON* member, const CVString&, CVBundle& out) {
+  static const FieldTable& table = LastingTable(kPremiumRows);
+  if (IsJsonObject(member)) table.Read(member, out);
+}
+
+void ReadGrouponInfo(cJSON* member, const CVString&, CVBundle& out) {
+  static const FieldTable& table = LastingTable(kGrouponRows);
+  if (IsJsonObject(member)) table.Read(member, out);
+}
+
+// "oril_info"."oril_detail": one entry per object element, densely numbered.
+void ReadOrilList(cJSON* member, const CVString& key, CVBundle& out) {
+  static const FieldTable& table = LastingTable(kOrilEntryRows);
+  if (!IsJsonObject(member)) return;
+  cJSON* details = Member(member, "oril_detail");
+  if (!IsJsonArray(details)) return;
+  BundleArray entries;
+  AppendRecords(details, entries, [](cJSON* element, CVBundle& entry) {
+    if (!IsJsonObject(element)) return 0;
+    table.Read(element, entry);
+    return 1;
+  });
+  if (entries.m_nSize >= 1) out.SetBundleArray(key, std::move(entries));
+}
+
+// A contact of the booking record ("tel" or "web"), stored when an object.
+void ReadContact(cJSON* member, const CVString& key, CVBundle& out) {
+  static const FieldTable& table = LastingTable(kContactRows);
+  if (!IsJsonObject(member)) return;
+  CVBundle contact;
+  table.Read(member, contact);
+  out.SetBundle(key, std::move(contact));
+}
+
+const FieldRow kBookingRows[] = {
+    CustomField("tel", "tel", ReadContact, 1),
+    CustomField("web", "web", ReadContact, 1),
+};
+
+// The booking record is stored whenever "book_info" is present; it is empty
+// unless "book_info" is an object.
+void ReadBookInfo(cJSON* member, const CVString& key, CVBundle& out) {
+  static const FieldTable& table = LastingTable(kBookingRows);
+  if (member == nullptr) return;
+  CVBundle booking;
+  if (IsJsonObject(member)) table.Read(member, booking);
+  out.SetBundle(key, std::move(booking));
+}
+
+// Integers as text start at 0, except "movie_film_count" (-1), so an absent
+// member is stored as "0" (or "-1").
+const FieldRow kDetailRows[] = {
+    StringArrayField("flag"),
+    TextIfNotEmptyField("overall_rating"),
+    TextIfNotEmptyField("image"),
+    TextIfNotEmptyField("price"),
+    TextIfNotEmptyField("price_text"),
+    TextIfNotEmptyField("tag"),
+    TextIfNotEmptyField("ota_price"),
+    TextIfNotEmptyField("vesk_realtime_price_flag"),
+    TextIfNotEmptyField("vesk_realtime_price"),
+    TextIfNotEmptyField("show_info"),
+    IntAsTextField("premium_flag", 0),
+    IntAsTextField("discount_total", 0),
+    IntAsTextField("groupon_total", 0),
+    CustomField("premium_info", "premium_info", ReadPremiumInfo, 4),
+    TextIfNotEmptyField("comment_num"),
+    IntAsTextField("movie_flag", 0),
+    IntAsTextField("movie_film_count", -1),
+    IntAsTextField("groupon_flag", 0),
+    CustomField("groupon_info", "groupon_info", ReadGrouponInfo, 6),
+    CustomField("oril_info", "oril_detail", ReadOrilList, 1),
+    TextIfNotEmptyField("wap_bookable"),
+    CustomField("book_info", "book_info", ReadBookInfo, 1),
+};
+
+const FieldTable& DetailTable() {
+  static const FieldTable& table = LastingTable(kDetailRows);
+  return table;
+}
+
+// ---- POI record --------------------------------------------------------------
+
+// "tel" through the telephone buffer, normalised; the bytes are widened, not
+// decoded.
+void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
+  char buffer[kTelBufferSize];
+  if (!_quarn_vi::JsonReadTextToBuffer(member, buffer, kTelBufferSize)) return;
+  CJsonObjParser::ProcessTelNum(buffer);
+  out.SetString(key, CVString(buffer));
+}
+
+// "poiType" as the client's type code; always stored (0 when unreadable).
+void ReadPoiType(cJSON* member, const CVString& key, CVBundle& out) {
+  int poi_type = 0;
+  _quarn_vi::JsonReadInt(member, &poi_type);
+  out.SetInt(key, CJsonObjParser::int2PoiType(poi_type));
+}
+
+void ReadShow(cJSON* member, const CVString& key, CVBundle& out) {
+  CVBundle show;
+  if (CPoiJsonObjParser::GetPoiShowFromJson(member, show)) out.SetBundle(key, std::move(show));
+}
+
+// The place bundle: "ext"."src_name" first, then the detail record of
+// "ext"."detail_info" in the same bundle; only for a non-empty "src_name".
+void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
+  if (!IsJsonObject(ext)) return;
+  CVString src_name;
+  CJsonObjParser::GetJsonItem(ext, "src_name", src_name);
+  if (src_name.IsEmpty()) return;
+  CVBundle place;
+  place.Reserve(1 + DetailTable().MaxKeys());
+  place.SetString(kSrcNameKey, std::move(src_name));
+  CPoiJsonObjParser::GetPoiDetailFromJson(Member(ext, "detail_info"), place);
+  out.SetBundle(key, std::move(place));
+}
+
+const FieldRow kPoiRows[] = {
+    StringField("geo"),
+    StringField("name"),
+    StringField("uid"),
+    IntField("acc_flag"),
+    StringField("addr"),
+    BoolField("detail"),
+    CustomField("tel", "tel", ReadTel, 1),
+    CustomField("poiType", "type", ReadPoiType, 1),
+    StringField("indoor_pano"),
+    IntField("pano"),
+    StringField("aoi"),
+    CustomField("show", "show", ReadShow, 1),
+    CustomField("ext", "place", ReadPlace, 1),
+    IntField("dis", "distance"),
+    StringField("rp_des"),
+    StringField("sep_char"),
+    StringArrayField("rec_reason"),
+};
+
+}  // namespace
+
+// ---- Hint records --------------------------------------------------------------
+
+// "SENum" under "num", then the string elements of "SEResult" under "result",
+// their bytes widened whatever the text mode says. Refused without an array
+// "SEResult" ("num" may then be stored already).
+int CPoiJsonObjParser::GetPsrsFromJson(cJSON* node, CVBundle& out) {
+  if (!IsJsonObject(node)) return 0;
+  out.Reserve(out.GetCount() + 2);
+  field::StoreInt(Member(node, "SENum"), kNumKey, out);
+  cJSON* results = Member(node, "SEResult");
+  if (!IsJsonArray(results)) return 0;
+  StringArray texts;
+  for (cJSON* element : JsonElements(results)) {
+    if (!IsJsonString(element)) continue;
+    CVString text(JsonStringBytes(element));
+    _quarn_vi::AppendByMove(texts, text);
+  }
+  if (texts.m_nSize >= 1) out.SetStringArray(kResultKey, std::move(texts));
+  return 1;
+}
+
+// The element count under "num", then the "query" texts of the object
+// elements under "result", each converted by the text rule.
+int CPoiJsonObjParser::GetSuggestQueryFromJson(cJSON* node, CVBundle& out) {
+  if (!IsJsonArray(node)) return 0;
+  out.Reserve(out.GetCount() + 2);
+  out.SetInt(kNumKey, _quarn_vi::cJSON_GetArraySize(node));
+  StringArray texts;
+  for (cJSON* element : JsonElements(node)) {
+    cJSON* query = IsJsonObject(element) ? Member(element, "query") : nullptr;
+    if (!IsJsonString(query)) continue;
+    CVString text = CJsonObjParser::ConvertTextByRule(JsonStringBytes(query));
+    _quarn_vi::AppendByMove(texts, text);
+  }
+  if (texts.m_nSize >= 1) out.SetStringArray(kResultKey, std::move(texts));
+  return 1;
+}
+
+// ---- Show, detail and POI records -------------------------------------------------
+
+int CPoiJsonObjParser::GetPoiShowFromJson(cJSON* node, CVBundle& out) {
+  static const FieldTable& table = LastingTable(kShowRows);
+  if (!IsJsonObject(node)) return 0;
+  table.Read(node, out);
+  return 1;
+}
+
+int CPoiJsonObjParser::GetPoiDetailFromJson(cJSON* node, CVBundle& out) {
+  if (!IsJsonObject(node)) return 0;
+  DetailTable().Read(node, out);
+  return 1;
+}
+
+int CPoiJsonObjParser::GetPoiContentFromJson(cJSON* node, CVBundle& out) {
+  static const FieldTable& table = LastingTable(kPoiRows);
+  if (!IsJsonObject(node)) return 0;
+  table.Read(node, out);
+  return 1;
+}
+
+}  // namespace _quarn_framework
