@@ -2,15 +2,18 @@
 #   make run    installs what is missing, builds, and parses the example answers
 #   make test   installs what is missing, builds, and runs the test suite
 #   make install PREFIX=DIR   builds a Release copy and installs the library
+#   make bench  builds the benchmarks in Release and prints their table
 JOBS ?= 2
 RELEASE_DIR := build/release
 TEST_DIR := build/test
+BENCH_DIR := build/bench
 BUILD_PACKAGES := cmake g++ make libcjson-dev pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
+BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libsimdjson-dev
 EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
-.PHONY: run test deps deps-test build build-test install clean
+.PHONY: run test bench deps deps-test build build-test install clean
 
 run: build
 	@for f in $(EXAMPLES); do echo "== $$f"; ./$(RELEASE_DIR)/poiparse "$$f" || true; done
@@ -39,6 +42,12 @@ install: deps
 	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
 	cmake --build $(RELEASE_DIR) -j $(JOBS)
 	cmake --install $(RELEASE_DIR) --prefix "$(PREFIX)"
+
+bench:
+	@scripts/install-deps.sh $(BENCH_PACKAGES)
+	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_BUILD_BENCH=ON -DPOIPARSER_SANITIZE= >/dev/null
+	cmake --build $(BENCH_DIR) -j $(JOBS)
+	./$(BENCH_DIR)/bench/poiparse_bench --benchmark_min_time=0.2
 
 clean:
 	rm -rf build

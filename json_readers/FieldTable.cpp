@@ -27,9 +27,9 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
       m_maxKeys(0),
       m_members(MemberNames(rows, count).data(), count) {
   assert(count <= kMaxRows);
-  m_keys.reserve(static_cast<size_t>(count));
+  m_keys = new CVString[static_cast<size_t>(count)];
   for (int i = 0; i < count; ++i) {
-    m_keys.emplace_back(rows[i].key, CVString::Permanent());
+    m_keys[i] = CVString(rows[i].key, CVString::Permanent());
     m_maxKeys += rows[i].max_keys;
   }
 }
@@ -40,7 +40,7 @@ void FieldTable::Read(cJSON* object, CVBundle& out) const {
   out.Reserve(out.GetCount() + m_maxKeys);
   for (int i = 0; i < m_count; ++i) {
     const FieldRow& row = m_rows[i];
-    const CVString& key = m_keys[static_cast<size_t>(i)];
+    const CVString& key = m_keys[i];
     switch (row.reader) {
       case FieldReader::kInt:
         field::StoreInt(slots[i], key, out);

@@ -12,6 +12,7 @@
 //
 // Thread safety: a FieldTable is immutable after construction; build each
 // table once (a function-local static) and read with it from any thread.
+// Tables live for the whole program: their keys are never freed.
 #ifndef JSON_READERS_FIELDTABLE_H_
 #define JSON_READERS_FIELDTABLE_H_
 
@@ -84,14 +85,17 @@ class FieldTable {
 
   // The most keys a Read can add (for sizing a record's block).
   int MaxKeys() const { return m_maxKeys; }
-  const CVString& Key(int row) const { return m_keys[static_cast<size_t>(row)]; }
+  const CVString& Key(int row) const { return m_keys[row]; }
 
  private:
   const FieldRow* m_rows;
   int m_count;
   int m_maxKeys;
   _quarn_vi::JsonMemberTable m_members;
-  std::vector<CVString> m_keys;
+  // The row keys, permanent strings shared by every bundle that stores them.
+  // Deliberately never freed: bundles may hold their storage until exit, and
+  // the pointer keeps it reachable for leak checkers after the table's end.
+  CVString* m_keys;
 };
 
 // The storing readers on a member node already looked up (null allowed);

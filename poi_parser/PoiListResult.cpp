@@ -28,12 +28,6 @@ const CVString kSuggestQueryKey = MakeKey("suggest_query");
 // "current_city", "count", "pois", "addrs", "py_correct", "suggest_query".
 constexpr int kMaxAnswerKeys = 13;
 
-// A table that is never destroyed: its permanent keys stay reachable for
-// the life of the program (destroying the table would orphan their blocks).
-template <size_t N>
-const FieldTable& LastingTable(const FieldRow (&rows)[N]) {
-  return *new FieldTable(rows);
-}
 
 const FieldRow kOptionRows[] = {
     IntField("total"),
@@ -58,7 +52,7 @@ const FieldRow kAddressRows[] = {
 
 // An address entry for every object element, whatever members it has.
 int GetAddressFromJson(cJSON* node, CVBundle& address) {
-  static const FieldTable& table = LastingTable(kAddressRows);
+  static const FieldTable table(kAddressRows);
   if (!IsJsonObject(node)) return 0;
   table.Read(node, address);
   return 1;
@@ -71,8 +65,8 @@ int GetAddressFromJson(cJSON* node, CVBundle& address) {
 // "search_type"; "place_info" not an object: also the option keys. Nothing
 // after "place_info" refuses the answer.
 int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
-  static const FieldTable& option_table = LastingTable(kOptionRows);
-  static const FieldTable& place_param_table = LastingTable(kPlaceParamRows);
+  static const FieldTable option_table(kOptionRows);
+  static const FieldTable place_param_table(kPlaceParamRows);
   if (root == nullptr || !StatusFrameIsGood(root)) return 0;
   out.Reserve(out.GetCount() + kMaxAnswerKeys);
   out.SetInt(kSearchTypeKey, 0);

@@ -22,13 +22,6 @@ namespace {
 // whole UTF-8 character that fits in kTelBufferSize - 1 bytes.
 constexpr int kTelBufferSize = 80;
 
-// A table that is never destroyed: its permanent keys stay reachable for
-// the life of the program (destroying the table would orphan their blocks).
-template <size_t N>
-const FieldTable& LastingTable(const FieldRow (&rows)[N]) {
-  return *new FieldTable(rows);
-}
-
 const CVString kNumKey = MakeKey("num");
 const CVString kResultKey = MakeKey("result");
 const CVString kSrcNameKey = MakeKey("src_name");
@@ -68,18 +61,18 @@ const FieldRow kContactRows[] = {
 };
 
 void ReadPremiumInfo(cJSON* member, const CVString&, CVBundle& out) {
-  static const FieldTable& table = LastingTable(kPremiumRows);
+  static const FieldTable table(kPremiumRows);
   if (IsJsonObject(member)) table.Read(member, out);
 }
 
 void ReadGrouponInfo(cJSON* member, const CVString&, CVBundle& out) {
-  static const FieldTable& table = LastingTable(kGrouponRows);
+  static const FieldTable table(kGrouponRows);
   if (IsJsonObject(member)) table.Read(member, out);
 }
 
 // "oril_info"."oril_detail": one entry per object element, densely numbered.
 void ReadOrilList(cJSON* member, const CVString& key, CVBundle& out) {
-  static const FieldTable& table = LastingTable(kOrilEntryRows);
+  static const FieldTable table(kOrilEntryRows);
   if (!IsJsonObject(member)) return;
   cJSON* details = Member(member, "oril_detail");
   if (!IsJsonArray(details)) return;
@@ -94,7 +87,7 @@ void ReadOrilList(cJSON* member, const CVString& key, CVBundle& out) {
 
 // A contact of the booking record ("tel" or "web"), stored when an object.
 void ReadContact(cJSON* member, const CVString& key, CVBundle& out) {
-  static const FieldTable& table = LastingTable(kContactRows);
+  static const FieldTable table(kContactRows);
   if (!IsJsonObject(member)) return;
   CVBundle contact;
   table.Read(member, contact);
@@ -109,7 +102,7 @@ const FieldRow kBookingRows[] = {
 // The booking record is stored whenever "book_info" is present; it is empty
 // unless "book_info" is an object.
 void ReadBookInfo(cJSON* member, const CVString& key, CVBundle& out) {
-  static const FieldTable& table = LastingTable(kBookingRows);
+  static const FieldTable table(kBookingRows);
   if (member == nullptr) return;
   CVBundle booking;
   if (IsJsonObject(member)) table.Read(member, booking);
@@ -144,7 +137,7 @@ const FieldRow kDetailRows[] = {
 };
 
 const FieldTable& DetailTable() {
-  static const FieldTable& table = LastingTable(kDetailRows);
+  static const FieldTable table(kDetailRows);
   return table;
 }
 
@@ -248,7 +241,7 @@ int CPoiJsonObjParser::GetSuggestQueryFromJson(cJSON* node, CVBundle& out) {
 // ---- Show, detail and POI records -------------------------------------------------
 
 int CPoiJsonObjParser::GetPoiShowFromJson(cJSON* node, CVBundle& out) {
-  static const FieldTable& table = LastingTable(kShowRows);
+  static const FieldTable table(kShowRows);
   if (!IsJsonObject(node)) return 0;
   table.Read(node, out);
   return 1;
@@ -261,7 +254,7 @@ int CPoiJsonObjParser::GetPoiDetailFromJson(cJSON* node, CVBundle& out) {
 }
 
 int CPoiJsonObjParser::GetPoiContentFromJson(cJSON* node, CVBundle& out) {
-  static const FieldTable& table = LastingTable(kPoiRows);
+  static const FieldTable table(kPoiRows);
   if (!IsJsonObject(node)) return 0;
   table.Read(node, out);
   return 1;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -18,8 +19,11 @@ struct Outcome {
 
 // Runs `poiparse ARGS` with `input` on standard input.
 Outcome Tool(const std::string& args, const std::string& input = "") {
-  const std::string in = testing::TempDir() + "poiparse_in.txt";
-  const std::string err = testing::TempDir() + "poiparse_err.txt";
+  // Tests run in parallel processes: every call gets files of its own.
+  static int calls = 0;
+  const std::string stem = testing::TempDir() + "poiparse_" + std::to_string(getpid()) + "_" + std::to_string(++calls);
+  const std::string in = stem + ".in";
+  const std::string err = stem + ".err";
   std::ofstream(in, std::ios::binary) << input;
   std::string command = std::string(POIPARSE_PATH) + " " + args + " <" + in + " 2>" + err;
   Outcome outcome{"", "", -1};
@@ -30,8 +34,12 @@ Outcome Tool(const std::string& args, const std::string& input = "") {
   while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) outcome.out.append(buf, n);
   int status = pclose(pipe);
   outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  std::ifstream e(err, std::ios::binary);
-  outcome.err.assign(std::istreambuf_iterator<char>(e), std::istreambuf_iterator<char>());
+  {
+    std::ifstream e(err, std::ios::binary);
+    outcome.err.assign(std::istreambuf_iterator<char>(e), std::istreambuf_iterator<char>());
+  }
+  std::remove(in.c_str());
+  std::remove(err.c_str());
   return outcome;
 }
 
@@ -104,7 +112,7 @@ TEST(ToolCli, JsonlBatchesKeepInputOrderOnAnyNumberOfThreads) {
 }
 
 TEST(ToolCli, ManyFilesGiveOneAnswerEach) {
-  const std::string path = testing::TempDir() + "poiparse_good.json";
+  const std::string path = testing::TempDir() + "poiparse_good_" + std::to_string(getpid()) + ".json";
   std::ofstream(path) << kGoodCityList;
   Outcome o = Tool("--compact " + path + " - " + path, R"({"result": {"error": 2}, "traffic_citys": {}})");
   EXPECT_EQ(o.status, 1);

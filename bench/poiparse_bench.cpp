@@ -1,0 +1,227 @@
+// Benchmarks: answers turned into bundles, against the cost of parsing their
+// text. For every generated input, in one process:
+//   (a) parse: cJSON_ParseWithOpts of the text and cJSON_Delete of the tree;
+//   (b) build: the entry operation on the parsed tree (bundle built and
+//       destroyed);
+//   (c) walk:  a plain walk touching every node and string of the tree, the
+//       floor of any conversion;
+//   (d) simdjson: simdjson's DOM parse of the same text, the reference cost
+//       of reading JSON at all;
+//   (e) heap allocations made by (b) and bytes still held by the bundle, per
+//       POI, counted through CVMem's hooks and a counting operator new.
+// After the Google Benchmark runs, one summary table is printed.
+#include <benchmark/benchmark.h>
+#include <simdjson.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "bench/AnswerGenerator.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+// ---- Allocation counting --------------------------------------------------------
+// Every block carries its size in a header, so that the bytes still held can
+// be counted when blocks are freed.
+
+namespace {
+
+struct Counters {
+  long long allocations = 0;
+  long long live_bytes = 0;
+};
+Counters g_counters;
+
+constexpr size_t kHeader = 16;
+
+void* CountedAlloc(size_t size) {
+  unsigned char* block = static_cast<unsigned char*>(std::malloc(size + kHeader));
+  if (block == nullptr) return nullptr;
+  std::memcpy(block, &size, sizeof(size));
+  ++g_counters.allocations;
+  g_counters.live_bytes += static_cast<long long>(size);
+  return block + kHeader;
+}
+
+void CountedFree(void* p) {
+  if (p == nullptr) return;
+  unsigned char* block = static_cast<unsigned char*>(p) - kHeader;
+  size_t size;
+  std::memcpy(&size, block, sizeof(size));
+  g_counters.live_bytes -= static_cast<long long>(size);
+  std::free(block);
+}
+
+void* MemAllocate(unsigned int size, const char*, int, void*) { return CountedAlloc(size); }
+void MemDeallocate(void* block, void*) { CountedFree(block); }
+
+}  // namespace
+
+void* operator new(size_t size) {
+  void* p = CountedAlloc(size == 0 ? 1 : size);
+  if (p == nullptr) throw std::bad_alloc();
+  return p;
+}
+void* operator new[](size_t size) { return operator new(size); }
+void operator delete(void* p) noexcept { CountedFree(p); }
+void operator delete[](void* p) noexcept { CountedFree(p); }
+void operator delete(void* p, size_t) noexcept { CountedFree(p); }
+void operator delete[](void* p, size_t) noexcept { CountedFree(p); }
+
+namespace {
+
+using _quarn_framework::CPoiJsonObjParser;
+using _quarn_vi::CVBundle;
+
+struct Input {
+  std::string name;
+  std::string text;
+  int pois;  // POIs in the answer, for the per-POI figures
+  int (*op)(cJSON*, CVBundle&);
+  bool utf8;
+};
+
+std::vector<Input>& Inputs() {
+  static std::vector<Input> inputs = [] {
+    std::vector<Input> v;
+    v.push_back({"poi_list_20", bench::PoiListAnswer(20, 1), 20, CPoiJsonObjParser::ParsePoiListRst, false});
+    v.push_back({"poi_list_1000", bench::PoiListAnswer(1000, 2), 1000, CPoiJsonObjParser::ParsePoiListRst, false});
+    v.push_back({"poi_list_10000", bench::PoiListAnswer(10000, 3), 10000, CPoiJsonObjParser::ParsePoiListRst, false});
+    return v;
+  }();
+  return inputs;
+}
+
+cJSON* Parse(const std::string& text) { return cJSON_ParseWithOpts(text.c_str(), nullptr, 1); }
+
+void BM_Parse(benchmark::State& state, const Input* input) {
+  for (auto _ : state) {
+    cJSON* root = Parse(input->text);
+    benchmark::DoNotOptimize(root);
+    cJSON_Delete(root);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * input->text.size()));
+}
+
+void BM_Build(benchmark::State& state, const Input* input) {
+  cJSON* root = Parse(input->text);
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
+  for (auto _ : state) {
+    CVBundle bundle;
+    int result = input->op(root, bundle);
+    benchmark::DoNotOptimize(result);
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+  cJSON_Delete(root);
+}
+
+size_t Walk(const cJSON* node) {
+  size_t sum = 0;
+  for (; node != nullptr; node = node->next) {
+    sum += static_cast<size_t>(node->type);
+    if (node->string != nullptr) sum += std::strlen(node->string);
+    if (node->valuestring != nullptr) sum += std::strlen(node->valuestring);
+    sum += static_cast<size_t>(node->valuedouble);
+    if (node->child != nullptr) sum += Walk(node->child);
+  }
+  return sum;
+}
+
+void BM_Walk(benchmark::State& state, const Input* input) {
+  cJSON* root = Parse(input->text);
+  for (auto _ : state) benchmark::DoNotOptimize(Walk(root));
+  cJSON_Delete(root);
+}
+
+void BM_Simdjson(benchmark::State& state, const Input* input) {
+  simdjson::dom::parser parser;
+  simdjson::padded_string padded(input->text);
+  for (auto _ : state) {
+    auto doc = parser.parse(padded);
+    benchmark::DoNotOptimize(doc.error());
+  }
+}
+
+// Per-iteration times, in microseconds, by benchmark name.
+class Collector : public benchmark::ConsoleReporter {
+ public:
+  std::map<std::string, double> micros;
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+        micros[run.benchmark_name()] = run.GetAdjustedRealTime();
+      }
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+};
+
+struct AllocationFigures {
+  double allocations_per_poi;
+  double bytes_per_poi;
+};
+
+AllocationFigures CountAllocations(const Input& input) {
+  cJSON* root = Parse(input.text);
+  _quarn_vi::CVMemHooks hooks{MemAllocate, MemDeallocate, nullptr};
+  _quarn_vi::CVMem::SetHooks(&hooks);
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input.utf8;
+  // Build once first, so that the tables and keys made on first use are
+  // not counted.
+  { CVBundle warm; input.op(root, warm); }
+  Counters before = g_counters;
+  AllocationFigures figures{0, 0};
+  {
+    CVBundle bundle;
+    input.op(root, bundle);
+    figures.allocations_per_poi = static_cast<double>(g_counters.allocations - before.allocations) / input.pois;
+    figures.bytes_per_poi = static_cast<double>(g_counters.live_bytes - before.live_bytes) / input.pois;
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+  _quarn_vi::CVMem::SetHooks(nullptr);
+  cJSON_Delete(root);
+  return figures;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  for (const Input& input : Inputs()) {
+    benchmark::RegisterBenchmark(("parse/" + input.name).c_str(), BM_Parse, &input)->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark(("build/" + input.name).c_str(), BM_Build, &input)->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark(("walk/" + input.name).c_str(), BM_Walk, &input)->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark(("simdjson/" + input.name).c_str(), BM_Simdjson, &input)
+        ->Unit(benchmark::kMicrosecond);
+  }
+  benchmark::Initialize(&argc, argv);
+  Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  benchmark::Shutdown();
+
+  std::printf("\n| input | KB | parse MB/s (a) | b/a | b/c | (a+b)/d | allocs/POI | bytes/POI |\n");
+  std::printf("|---|---:|---:|---:|---:|---:|---:|---:|\n");
+  std::map<std::string, double> build_per_poi;
+  for (const Input& input : Inputs()) {
+    double a = collector.micros["parse/" + input.name];
+    double b = collector.micros["build/" + input.name];
+    double c = collector.micros["walk/" + input.name];
+    double d = collector.micros["simdjson/" + input.name];
+    if (a <= 0 || b <= 0 || c <= 0 || d <= 0) continue;  // filtered out
+    AllocationFigures alloc = CountAllocations(input);
+    build_per_poi[input.name] = b / input.pois;
+    std::printf("| %s | %.1f | %.1f | %.2f | %.1f | %.1f | %.1f | %.0f |\n", input.name.c_str(),
+                static_cast<double>(input.text.size()) / 1024.0, static_cast<double>(input.text.size()) / a, b / a,
+                b / c, (a + b) / d, alloc.allocations_per_poi, alloc.bytes_per_poi);
+  }
+  if (build_per_poi.count("poi_list_20") && build_per_poi.count("poi_list_10000")) {
+    double ratio_20 = collector.micros["build/poi_list_20"] / collector.micros["parse/poi_list_20"];
+    double ratio_10000 = collector.micros["build/poi_list_10000"] / collector.micros["parse/poi_list_10000"];
+    std::printf("\nbuild per POI at 10,000 POIs / at 20: %.2f; b/a at 10,000 / b/a at 20: %.2f\n",
+                build_per_poi["poi_list_10000"] / build_per_poi["poi_list_20"], ratio_10000 / ratio_20);
+  }
+  return 0;
+}
