@@ -7,18 +7,37 @@ namespace {
 using _quarn_framework::CPoiJsonObjParser;
 using P = CPoiJsonObjParser;
 
+// Answers first, then the records (read from the node given, the file's root).
 const AnswerKind kKinds[] = {
     {"city-list", "city list answer (\"result\" status, \"traffic_citys\")", P::ParseCityList},
-    {"city-info", "one city record (\"code\", \"num\", \"name\")", P::GetCityInfoFromJson},
     {"poi-list", "POI list answer (\"result\" status, \"poi_result\")", P::ParsePoiListRst},
+    {"route-addr", "route address answer, form chosen by --utf8 (the text mode flag)", P::ParseRouteAddrRst,
+     // With --utf8 the dispatcher parses the second form and clears the flag;
+     // the tool keeps the flag for the whole run and calls that form itself.
+     P::ParseRouteAddrPHPUI2Rst},
+    {"route-addr-1", "route address answer, first form (\"result\" status block, \"content\")",
+     P::ParseRouteAddrPHPUIRst},
+    {"route-addr-2", "route address answer, second form (\"result\" status, \"traffic_pois\")",
+     P::ParseRouteAddrPHPUI2Rst},
     {"psrs", "one psrs hint record (\"SENum\", \"SEResult\")", P::GetPsrsFromJson},
     {"suggest-query", "one suggested-query array (objects with \"query\")", P::GetSuggestQueryFromJson},
     {"poi", "one POI record (with its \"show\" and \"ext\")", P::GetPoiContentFromJson},
     {"poi-show", "one POI show record (twelve display integers)", P::GetPoiShowFromJson},
     {"poi-detail", "one POI detail record (a \"detail_info\" object)", P::GetPoiDetailFromJson},
+    {"city-info", "one city record (\"code\", \"num\", \"name\")", P::GetCityInfoFromJson},
 };
 
 bool Has(cJSON* node, const char* name) { return _quarn_vi::cJSON_GetObjectItem(node, name) != nullptr; }
+
+// The first route address form: a "result" status block with the points'
+// "city_list" flags and a "content" object of per-point candidates.
+bool IsRouteAddrFirstForm(cJSON* root) {
+  cJSON* result = _quarn_vi::cJSON_GetObjectItem(root, "result");
+  cJSON* content = _quarn_vi::cJSON_GetObjectItem(root, "content");
+  return _quarn_vi::IsJsonObject(result) && Has(result, "city_list") &&
+         _quarn_vi::IsJsonObject(content) &&
+         (Has(content, "start") || Has(content, "end") || Has(content, "waypoints"));
+}
 
 }  // namespace
 
@@ -40,6 +59,8 @@ const AnswerKind* DetectKind(cJSON* root) {
   if (!_quarn_vi::IsJsonObject(root)) return nullptr;
   if (Has(root, "traffic_citys")) return FindKind("city-list");
   if (Has(root, "poi_result")) return FindKind("poi-list");
+  if (Has(root, "traffic_pois")) return FindKind("route-addr-2");
+  if (IsRouteAddrFirstForm(root)) return FindKind("route-addr-1");
   return nullptr;
 }
 

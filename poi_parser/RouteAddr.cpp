@@ -1,0 +1,337 @@
+// The route-address answer: the status block of the route's points (address
+// info record), one point's candidate places, and the two forms of the answer
+// behind one entry operation.
+//
+// Both forms give, per point of the route (start, end, way points), either
+// candidate cities or candidate places, chosen by the point's city-list flag
+// in the status block. The result holds the candidates of each point, one way
+// point result record per way point, and the address info record completed
+// with the start's and end's counts and priority flags.
+#include <cstddef>
+#include <utility>
+
+#include "poi_parser/ParserSupport.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+
+namespace {
+
+// Keys of the address info record.
+const CVString kHaveStCityListKey = MakeKey("have_stcitylist");
+const CVString kHaveStPrioKey = MakeKey("have_stprio");
+const CVString kHaveEnCityListKey = MakeKey("have_encitylist");
+const CVString kHaveEnPrioKey = MakeKey("have_enprio");
+const CVString kWpListKey = MakeKey("wplist");
+const CVString kStCountKey = MakeKey("st_count");
+const CVString kEnCountKey = MakeKey("en_count");
+const CVString kStCityNameKey = MakeKey("st_cityname");
+const CVString kStCityCodeKey = MakeKey("st_citycode");
+const CVString kEnCityNameKey = MakeKey("en_cityname");
+const CVString kEnCityCodeKey = MakeKey("en_citycode");
+// Keys of the way point status and result records.
+const CVString kHaveWpCityListKey = MakeKey("have_wpcitylist");
+const CVString kHaveWpPrioKey = MakeKey("have_wpprio");
+const CVString kWpKeywordKey = MakeKey("wp_keyword");
+const CVString kWpCountKey = MakeKey("wp_count");
+const CVString kWaypointCitysKey = MakeKey("waypointcitys");
+const CVString kWaypointsKey = MakeKey("waypoints");
+// Keys of the result.
+const CVString kCurrentCityKey = MakeKey("current_city");
+const CVString kStartCitysKey = MakeKey("startcitys");
+const CVString kStartPointsKey = MakeKey("startpoints");
+const CVString kEndCitysKey = MakeKey("endcitys");
+const CVString kEndPointsKey = MakeKey("endpoints");
+const CVString kWaypointsResultKey = MakeKey("waypoints_result");
+const CVString kAddressInfoKey = MakeKey("address_info");
+const CVString kHasAddrListKey = MakeKey("hasAddrList");
+
+// Element `index` of an array, for indexes that never decrease from one call
+// to the next: the cursor walks on from where it stopped, so reading every
+// element of an array in order stays linear. Null past the end and for a null
+// or non-array node, as cJSON_GetArrayItem gives.
+class ArrayCursor {
+ public:
+  explicit ArrayCursor(cJSON* array) : m_at(_quarn_vi::JsonElements(array).begin()) {}
+
+  cJSON* At(int index) {
+    while (m_index < index && *m_at != nullptr) {
+      ++m_at;
+      ++m_index;
+    }
+    return m_index == index ? *m_at : nullptr;
+  }
+
+ private:
+  _quarn_vi::JsonElements::iterator m_at;
+  int m_index = 0;
+};
+
+// "start_city" and "end_city": their "cname" and "code", as the readers
+// store them (a missing or ill-typed city object stores nothing).
+void ReadStartCity(cJSON* city, const CVString&, CVBundle& out) {
+  field::StoreString(Member(city, "cname"), kStCityNameKey, out);
+  field::StoreInt(Member(city, "code"), kStCityCodeKey, out);
+}
+
+void ReadEndCity(cJSON* city, const CVString&, CVBundle& out) {
+  field::StoreString(Member(city, "cname"), kEnCityNameKey, out);
+  field::StoreInt(Member(city, "code"), kEnCityCodeKey, out);
+}
+
+// The keywords and cities of the status block, after the point flags.
+const FieldRow kStatusRows[] = {
+    StringField("s_wd", "st_keyword"),
+    StringField("e_wd", "en_keyword"),
+    BoolField("if_nav", "is_incity"),
+    CustomField("start_city", "start_city", ReadStartCity, 2),
+    CustomField("end_city", "end_city", ReadEndCity, 2),
+};
+
+const FieldRow kPlaceRows[] = {
+    StringField("uid"),
+    StringField("name"),
+    StringField("addr"),
+    StringField("geo"),
+};
+
+// The per-point flags of the status block. The points are listed in travel
+// order: the first is the start, the last of two or more the end, those in
+// between the way points (way point k is point k + 1, its keyword element k
+// of "wp_wd").
+//
+// The two flags are set to 0 once and are not reset between points: a
+// "prio_flag" element that cannot be read leaves the value of the last one
+// that could. A point whose "city_list" element cannot be read stores
+// nothing at all, so the way point records after it move up one place.
+void ReadPointFlags(cJSON* city_list, cJSON* prio_flag, cJSON* wp_wd, CVBundle& info) {
+  const int count = _quarn_vi::cJSON_GetArraySize(city_list);
+  ArrayCursor cities(city_list);
+  ArrayCursor prios(prio_flag);
+  ArrayCursor keywords(_quarn_vi::IsJsonArray(wp_wd) ? wp_wd : nullptr);
+  int city_flag = 0;
+  int prio = 0;
+  BundleArray waypoints;
+  for (int i = 0; i < count; ++i) {
+    cJSON* prio_item = prios.At(i);  // the cursors advance in step with i
+    cJSON* keyword = i >= 1 ? keywords.At(i - 1) : nullptr;
+    if (!_quarn_vi::JsonReadInt(cities.At(i), &city_flag)) continue;
+    _quarn_vi::JsonReadInt(prio_item, &prio);
+    if (i == 0) {
+      info.SetBool(kHaveStCityListKey, city_flag == 1);
+      info.SetBool(kHaveStPrioKey, prio == 1);
+    } else if (i == count - 1) {
+      info.SetBool(kHaveEnCityListKey, city_flag == 1);
+      info.SetBool(kHaveEnPrioKey, prio == 1);
+      if (waypoints.m_nSize >= 1) info.SetBundleArray(kWpListKey, std::move(waypoints));
+    } else {
+      CVBundle waypoint;
+      waypoint.SetBool(kHaveWpCityListKey, city_flag == 1);
+      waypoint.SetBool(kHaveWpPrioKey, prio == 1);
+      if (_quarn_vi::IsJsonString(keyword)) {
+        waypoint.SetString(kWpKeywordKey,
+                           CJsonObjParser::ConvertTextByRule(_quarn_vi::JsonStringBytes(keyword)));
+      }
+      _quarn_vi::AppendByMove(waypoints, waypoint);
+    }
+  }
+}
+
+// ---- The result, both forms ----------------------------------------------------
+
+// The keys of one end of the route: the start or the end.
+struct EndKeys {
+  const char* member;          // its candidates in the candidates object
+  const CVString& city_list;   // its flags and count in the address info record
+  const CVString& prio;
+  const CVString& count;
+  const CVString& cities;      // its candidate array in the result
+  const CVString& places;
+};
+
+const EndKeys kStartKeys = {"start", kHaveStCityListKey, kHaveStPrioKey,
+                            kStCountKey, kStartCitysKey, kStartPointsKey};
+const EndKeys kEndKeys = {"end", kHaveEnCityListKey, kHaveEnPrioKey,
+                          kEnCountKey, kEndCitysKey, kEndPointsKey};
+
+// Reads the candidates of the start or the end as cities or as places, by its
+// city-list flag in `info`. Stores the count in `info` (and a priority match
+// when exactly one place was read) and the candidates in `out` when there is
+// at least one. Returns true when candidates were stored.
+bool ReadEndCandidates(cJSON* content, const EndKeys& keys, CVBundle& info, CVBundle& out) {
+  cJSON* candidates = Member(content, keys.member);
+  const bool as_cities = info.GetBool(keys.city_list) != 0;
+  BundleArray found;
+  if (as_cities) {
+    CPoiJsonObjParser::GetCityInfoArrayFromJson(candidates, found);
+  } else {
+    CPoiJsonObjParser::GetRPAddrListFromJson(candidates, found);
+  }
+  const int count = found.m_nSize;
+  info.SetInt(keys.count, count);
+  if (!as_cities && count == 1) info.SetBool(keys.prio, 1);
+  if (count < 1) return false;
+  out.SetBundleArray(as_cities ? keys.cities : keys.places, std::move(found));
+  return true;
+}
+
+// The way point result record of one way point status record. `candidates`
+// is the way point's candidate list (null when absent); it is not read when
+// `skip_matched` is set and the way point already has a priority match.
+// Sets *stored when candidates were stored.
+CVBundle WaypointResult(const CVBundle& status, cJSON* candidates, bool skip_matched,
+                        bool* stored) {
+  const bool matched = status.GetBool(kHaveWpPrioKey) != 0;
+  const bool as_cities = status.GetBool(kHaveWpCityListKey) != 0;
+  CVBundle result;
+  result.Reserve(5);
+  result.SetBool(kHaveWpCityListKey, as_cities);
+  BundleArray found;
+  if (!(skip_matched && matched)) {
+    if (as_cities) {
+      CPoiJsonObjParser::GetCityInfoArrayFromJson(candidates, found);
+    } else {
+      CPoiJsonObjParser::GetRPAddrListFromJson(candidates, found);
+    }
+  }
+  const int count = found.m_nSize;
+  result.SetInt(kWpCountKey, count);
+  if (count >= 1) {
+    result.SetBundleArray(as_cities ? kWaypointCitysKey : kWaypointsKey, std::move(found));
+    *stored = true;
+  }
+  result.SetBool(kHaveWpPrioKey, matched || (!as_cities && count == 1));
+  if (const CVString* keyword = status.GetString(kWpKeywordKey)) {
+    result.SetString(kWpKeywordKey, *keyword);
+  }
+  return result;
+}
+
+// The way point results: one record per status record of the address info
+// record's "wplist", way point k taking its candidates from element k of the
+// array `list` (first form) or from that element's "way_points" (second
+// form). Nothing is built when `list` is not an array. "wplist" is then
+// removed from the address info record. Returns true when some way point
+// stored candidates.
+bool ReadWaypoints(cJSON* list, bool second_form, CVBundle& info, CVBundle& out) {
+  const BundleArray* statuses = info.GetBundleArray(kWpListKey);
+  if (statuses == nullptr) return false;
+  bool stored = false;
+  if (_quarn_vi::IsJsonArray(list)) {
+    BundleArray results;
+    ArrayCursor elements(list);
+    for (int k = 0; k < statuses->m_nSize; ++k) {
+      cJSON* candidates = elements.At(k);
+      if (second_form) candidates = Member(candidates, "way_points");
+      CVBundle result = WaypointResult(statuses->m_pData[k], candidates, second_form, &stored);
+      _quarn_vi::AppendByMove(results, result);
+    }
+    if (results.m_nSize >= 1) out.SetBundleArray(kWaypointsResultKey, std::move(results));
+  }
+  info.Remove(kWpListKey);
+  return stored;
+}
+
+void StoreCurrentCity(cJSON* node, CVBundle& out) {
+  CVBundle city;
+  if (CJsonObjParser::GetCurrentCityFromJson(node, city)) {
+    out.SetBundle(kCurrentCityKey, std::move(city));
+  }
+}
+
+// Clears the text mode flag when it goes out of scope.
+class TextModeReset {
+ public:
+  TextModeReset() = default;
+  TextModeReset(const TextModeReset&) = delete;
+  TextModeReset& operator=(const TextModeReset&) = delete;
+  ~TextModeReset() { CJsonObjParser::isParsePHPUI2Res = 0; }
+};
+
+}  // namespace
+
+int CPoiJsonObjParser::GetRPAddrResInfoFromJson(cJSON* node, CVBundle& out) {
+  static const FieldTable table(kStatusRows);
+  if (!_quarn_vi::IsJsonObject(node)) return 0;
+  cJSON* city_list = Member(node, "city_list");
+  if (_quarn_vi::IsJsonArray(city_list)) {
+    ReadPointFlags(city_list, Member(node, "prio_flag"), Member(node, "wp_wd"), out);
+  }
+  table.Read(node, out);
+  return 1;
+}
+
+int CPoiJsonObjParser::GetRPAddrListFromJson(cJSON* node, BundleArray& places) {
+  static const FieldTable table(kPlaceRows);
+  if (!_quarn_vi::IsJsonArray(node)) return 0;
+  // One record serves every element and is not cleared: a member missing in
+  // an element keeps the value that an earlier element stored. Each append
+  // takes a copy (shared until the record's next change).
+  CVBundle place;
+  for (cJSON* element : _quarn_vi::JsonElements(node)) {
+    if (!_quarn_vi::IsJsonObject(element)) continue;
+    table.Read(element, place);
+    places.SetAtGrow(places.m_nSize, place);
+  }
+  return places.m_nSize != 0 ? 1 : 0;
+}
+
+// ---- The result ------------------------------------------------------------------
+
+int CPoiJsonObjParser::ParseRouteAddrRst(cJSON* root, CVBundle& out) {
+  if (CJsonObjParser::isParsePHPUI2Res == 0) return ParseRouteAddrPHPUIRst(root, out);
+  // The client sets the flag for the second form only; it is cleared after
+  // that parse, whatever its result.
+  TextModeReset reset;
+  return ParseRouteAddrPHPUI2Rst(root, out);
+}
+
+// First form: the status block is the root's "result"; "current_city" and
+// the candidates object "content" lie at the root. Only a null root is
+// refused.
+int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
+  if (root == nullptr) return 0;
+  CVBundle info;
+  GetRPAddrResInfoFromJson(Member(root, "result"), info);
+  StoreCurrentCity(Member(root, "current_city"), out);
+  cJSON* content = Member(root, "content");
+  if (_quarn_vi::IsJsonObject(content)) {
+    ReadEndCandidates(content, kStartKeys, info, out);
+    ReadEndCandidates(content, kEndKeys, info, out);
+    ReadWaypoints(Member(content, "waypoints"), false, info, out);
+  }
+  out.SetBundle(kAddressInfoKey, std::move(info));
+  return 1;
+}
+
+// Second form: a status frame, then "traffic_pois" with the status block
+// "option", "current_city" and "content". A point that already has a
+// priority match keeps it and its candidates are not read. "hasAddrList"
+// tells whether any candidates were stored.
+int CPoiJsonObjParser::ParseRouteAddrPHPUI2Rst(cJSON* root, CVBundle& out) {
+  if (root == nullptr || !StatusFrameIsGood(root)) return 0;
+  cJSON* pois = Member(root, "traffic_pois");
+  cJSON* option = Member(pois, "option");
+  if (pois == nullptr || option == nullptr) return 0;
+
+  CVBundle info;
+  GetRPAddrResInfoFromJson(option, info);
+  StoreCurrentCity(Member(pois, "current_city"), out);
+  cJSON* content = Member(pois, "content");
+  if (_quarn_vi::IsJsonObject(content)) {
+    bool any = false;
+    if (!info.GetBool(kHaveStPrioKey) && ReadEndCandidates(content, kStartKeys, info, out)) {
+      any = true;
+    }
+    if (!info.GetBool(kHaveEnPrioKey) && ReadEndCandidates(content, kEndKeys, info, out)) {
+      any = true;
+    }
+    if (ReadWaypoints(Member(content, "multi_waypoints"), true, info, out)) any = true;
+    out.SetBool(kHasAddrListKey, any);
+  }
+  out.SetBundle(kAddressInfoKey, std::move(info));
+  return 1;
+}
+
+}  // namespace _quarn_framework
