@@ -14,6 +14,10 @@
 #include <cstring>
 #include <string>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace _quarn_vi {
 
 constexpr unsigned short kReplacementChar = 0xFFFD;
@@ -62,11 +66,22 @@ inline int Utf8SequenceAt(const unsigned char* s, size_t n, uint32_t* code_point
 }
 
 // Decodes n bytes into `out`, which has room for n units; returns the units
-// written (never more than n).
+// written (never more than n). ASCII runs go 16 bytes at a time (SSE2) and
+// valid three-byte sequences (CJK) take a short path of their own.
 inline size_t DecodeUtf8(const unsigned char* s, size_t n, unsigned short* out) {
   size_t i = 0, o = 0;
   while (i < n) {
-    // ASCII fast path: eight bytes at a time.
+#if defined(__SSE2__)
+    while (i + 16 <= n) {
+      __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+      if (_mm_movemask_epi8(bytes) != 0) break;
+      __m128i zero = _mm_setzero_si128();
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + o), _mm_unpacklo_epi8(bytes, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + o + 8), _mm_unpackhi_epi8(bytes, zero));
+      i += 16;
+      o += 16;
+    }
+#endif
     while (i + 8 <= n) {
       uint64_t word;
       std::memcpy(&word, s + i, sizeof(word));
@@ -76,9 +91,20 @@ inline size_t DecodeUtf8(const unsigned char* s, size_t n, unsigned short* out) 
       o += 8;
     }
     if (i >= n) break;
-    if (s[i] < 0x80) {
-      out[o++] = s[i++];
+    unsigned char b = s[i];
+    if (b < 0x80) {
+      out[o++] = b;
+      ++i;
       continue;
+    }
+    if ((b & 0xF0) == 0xE0 && i + 2 < n && (s[i + 1] & 0xC0) == 0x80 && (s[i + 2] & 0xC0) == 0x80) {
+      uint32_t cp = (static_cast<uint32_t>(b & 0x0F) << 12) | (static_cast<uint32_t>(s[i + 1] & 0x3F) << 6) |
+                    (s[i + 2] & 0x3F);
+      if (cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF)) {  // not overlong, not a surrogate
+        out[o++] = static_cast<unsigned short>(cp);
+        i += 3;
+        continue;
+      }
     }
     uint32_t cp = 0;
     int subpart = 0;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace _quarn_vi {
@@ -50,13 +51,17 @@ void CopyArray(A& to, const A& from) {
   for (int i = 0; i < from.m_nSize; ++i) to.m_pData[i] = from.m_pData[i];
 }
 
-// A cheap hash that tells most distinct keys apart without reading them all.
+// A cheap hash of a key from its length and five of its units: enough to
+// tell the keys of one bundle apart without reading long keys whole.
 inline uint32_t KeyHash(const CVString& key) {
   uint32_t n = static_cast<uint32_t>(key.GetLength());
   if (n == 0) return 0;
   const unsigned short* u = key.Data();
-  return (n << 24) ^ (static_cast<uint32_t>(u[0]) << 16) ^ (static_cast<uint32_t>(u[n / 2]) << 8) ^
-         u[n - 1];
+  uint64_t x = (static_cast<uint64_t>(n) << 48) ^ (static_cast<uint64_t>(u[0]) << 32) ^
+               (static_cast<uint64_t>(u[n / 2]) << 16) ^ u[n - 1];
+  if (n > 2) x ^= (static_cast<uint64_t>(u[1]) << 40) ^ (static_cast<uint64_t>(u[n - 2]) << 24);
+  x *= 0x9E3779B97F4A7C15ULL;
+  return static_cast<uint32_t>(x >> 32);
 }
 
 }  // namespace
@@ -123,21 +128,40 @@ struct CVBundle::Entry {
   }
 };
 
-// The entry block: this header, then `capacity` entry slots.
+// The entry block: this header, `capacity` entry slots, then an open
+// addressing index of the entries by key hash (entry position + 1, 0 for a
+// free slot), at least twice as large as the capacity, so that a lookup
+// costs a probe or two whatever the bundle's size.
 struct alignas(CVBundle::Entry) CVBundle::Rep {
   std::atomic<int> refs;
   int size;
   int capacity;
+  uint32_t index_mask;  // index slots - 1
 
   Entry* entries() { return reinterpret_cast<Entry*>(this + 1); }
   const Entry* entries() const { return reinterpret_cast<const Entry*>(this + 1); }
+  uint16_t* index() { return reinterpret_cast<uint16_t*>(entries() + capacity); }
+  const uint16_t* index() const { return reinterpret_cast<const uint16_t*>(entries() + capacity); }
+
+  // The index holds positions + 1 in 16 bits.
+  static constexpr int kMaxCapacity = 65535;
+
+  static uint32_t IndexSlots(int capacity) {
+    uint32_t slots = 8;
+    while (slots < static_cast<uint32_t>(capacity) * 2) slots *= 2;
+    return slots;
+  }
 
   static Rep* New(int capacity) {
-    size_t bytes = sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity);
+    if (capacity > kMaxCapacity) throw std::length_error("CVBundle: too many keys");
+    uint32_t slots = IndexSlots(capacity);
+    size_t bytes = sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity) + sizeof(uint16_t) * slots;
     Rep* rep = static_cast<Rep*>(::operator new(bytes));
     new (&rep->refs) std::atomic<int>(1);
     rep->size = 0;
     rep->capacity = capacity;
+    rep->index_mask = slots - 1;
+    std::memset(rep->index(), 0, sizeof(uint16_t) * slots);
     return rep;
   }
 
@@ -157,6 +181,29 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     }
   }
 
+  // The entry of `key` (whose hash is `hash`), or null.
+  Entry* Find(const CVString& key, uint32_t hash) {
+    const uint16_t* slots = index();
+    for (uint32_t slot = hash & index_mask;; slot = (slot + 1) & index_mask) {
+      uint16_t position = slots[slot];
+      if (position == 0) return nullptr;
+      Entry* e = &entries()[position - 1];
+      if (e->hash == hash && e->key == key) return e;
+    }
+  }
+
+  void IndexEntry(int position) {
+    uint16_t* slots = index();
+    uint32_t slot = entries()[position].hash & index_mask;
+    while (slots[slot] != 0) slot = (slot + 1) & index_mask;
+    slots[slot] = static_cast<uint16_t>(position + 1);
+  }
+
+  void RebuildIndex() {
+    std::memset(index(), 0, sizeof(uint16_t) * (index_mask + 1));
+    for (int i = 0; i < size; ++i) IndexEntry(i);
+  }
+
   // A copy of `rep` with room for `capacity` entries.
   static Rep* Clone(const Rep* rep, int capacity) {
     Rep* copy = New(capacity);
@@ -167,6 +214,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
       e->CopyValueFrom(rep->entries()[i]);
     }
     copy->size = rep->size;
+    copy->RebuildIndex();
     return copy;
   }
 
@@ -176,6 +224,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     std::memcpy(static_cast<void*>(bigger->entries()), static_cast<const void*>(rep->entries()),
                 sizeof(Entry) * static_cast<size_t>(rep->size));
     bigger->size = rep->size;
+    bigger->RebuildIndex();
     ::operator delete(rep);
     return bigger;
   }
@@ -222,33 +271,33 @@ void CVBundle::Reserve(int count) {
 
 CVBundle::Entry* CVBundle::Find(const CVString& key) const {
   if (m_rep == nullptr) return nullptr;
-  uint32_t hash = KeyHash(key);
-  Entry* e = m_rep->entries();
-  for (int i = 0, n = m_rep->size; i < n; ++i) {
-    if (e[i].hash == hash && e[i].key == key) return &e[i];
-  }
-  return nullptr;
+  return m_rep->Find(key, KeyHash(key));
 }
 
 CVBundle::Entry* CVBundle::Slot(const CVString& key) {
   Detach();
-  if (Entry* e = Find(key)) {
-    e->DestroyValue();
-    e->type = kInt;
-    e->i = 0;
-    return e;
+  uint32_t hash = KeyHash(key);
+  if (m_rep != nullptr) {
+    if (Entry* e = m_rep->Find(key, hash)) {
+      e->DestroyValue();
+      e->type = kInt;
+      e->i = 0;
+      return e;
+    }
   }
   if (m_rep == nullptr) {
     m_rep = Rep::New(4);
   } else if (m_rep->size == m_rep->capacity) {
     m_rep = Rep::Grow(m_rep, m_rep->capacity * 2);
   }
-  Entry* e = &m_rep->entries()[m_rep->size];
+  int position = m_rep->size;
+  Entry* e = &m_rep->entries()[position];
   new (&e->key) CVString(key);
-  e->hash = KeyHash(key);
+  e->hash = hash;
   e->type = kInt;
   e->i = 0;
   ++m_rep->size;
+  m_rep->IndexEntry(position);
   return e;
 }
 
@@ -276,10 +325,11 @@ void CVBundle::SetString(const CVString& key, const CVString& value) {
   SetString(key, CVString(value));
 }
 
+// An rvalue cannot live in this bundle (its getters give const access only),
+// so it moves straight into the entry.
 void CVBundle::SetString(const CVString& key, CVString&& value) {
-  CVString taken(std::move(value));
   Entry* e = Slot(key);
-  new (e->s) CVString(std::move(taken));
+  new (e->s) CVString(std::move(value));
   e->type = kString;
 }
 
@@ -288,7 +338,7 @@ void CVBundle::SetBundle(const CVString& key, const CVBundle& value) {
 }
 
 void CVBundle::SetBundle(const CVString& key, CVBundle&& value) {
-  CVBundle taken(std::move(value));
+  CVBundle taken(std::move(value));  // `value` may be this very bundle
   Entry* e = Slot(key);
   new (e->b) CVBundle(std::move(taken));
   e->type = kBundle;
@@ -346,6 +396,7 @@ void CVBundle::Remove(const CVString& key) {
   std::memmove(static_cast<void*>(e), static_cast<const void*>(e + 1),
                sizeof(Entry) * static_cast<size_t>(end - (e + 1)));
   --m_rep->size;
+  m_rep->RebuildIndex();
 }
 
 int CVBundle::ContainsKey(const CVString& key) const { return Find(key) != nullptr; }

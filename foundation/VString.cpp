@@ -228,23 +228,32 @@ int _wtoi(const unsigned short* text) {
   return static_cast<int>(value);
 }
 
-CVString CVCMMap::Utf8ToUnicode(const char* text, unsigned int length) {
-  CVString out;
-  if (text == nullptr || length == 0) return out;
+void CVString::AssignUtf8(CVString& out, const char* text, size_t length) {
+  if (text == nullptr || length == 0) {
+    PrepareUnits(out, 0);
+    return;
+  }
+  if (length > UINT_MAX - 1) throw std::bad_alloc();
+  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
   // A byte never yields more than one code unit (a four-byte sequence yields
   // two), so `length` units always suffice. Short texts decode on the stack
   // and get a block of their exact length.
-  constexpr unsigned int kStackUnits = 512;
+  constexpr size_t kStackUnits = 512;
   if (length <= kStackUnits) {
     unsigned short units[kStackUnits];
-    size_t n = DecodeUtf8(reinterpret_cast<const unsigned char*>(text), length, units);
-    unsigned short* dest = CVString::PrepareUnits(out, static_cast<unsigned int>(n));
+    size_t n = DecodeUtf8(bytes, length, units);
+    unsigned short* dest = PrepareUnits(out, static_cast<unsigned int>(n));
     std::memcpy(dest, units, n * sizeof(unsigned short));
-    return out;
+    return;
   }
-  unsigned short* dest = CVString::PrepareUnits(out, length);
-  size_t n = DecodeUtf8(reinterpret_cast<const unsigned char*>(text), length, dest);
-  CVString::TruncateUnits(out, static_cast<unsigned int>(n));
+  unsigned short* dest = PrepareUnits(out, static_cast<unsigned int>(length));
+  size_t n = DecodeUtf8(bytes, length, dest);
+  TruncateUnits(out, static_cast<unsigned int>(n));
+}
+
+CVString CVCMMap::Utf8ToUnicode(const char* text, unsigned int length) {
+  CVString out;
+  CVString::AssignUtf8(out, text, length);
   return out;
 }
 

@@ -90,6 +90,9 @@ class CVString {
   static unsigned short* PrepareUnits(CVString& out, unsigned int length);
   // Shortens a string made by PrepareUnits to `length` units.
   static void TruncateUnits(CVString& out, unsigned int length);
+  // Replaces the contents of `out` with `length` bytes of UTF-8, decoded as
+  // CVCMMap::Utf8ToUnicode does.
+  static void AssignUtf8(CVString& out, const char* text, size_t length);
 
  private:
   static Rep* NewRep(unsigned int length);

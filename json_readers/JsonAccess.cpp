@@ -38,55 +38,58 @@ cJSON* cJSON_GetArrayItem(cJSON* node, int index) {
 
 // ---- JsonMemberTable ----------------------------------------------------------
 
-namespace {
-
-inline uint32_t NameHash(const char* text, uint32_t* length) {
-  uint32_t h = 2166136261u;
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
-  const unsigned char* start = p;
-  for (; *p != 0; ++p) h = (h ^ *p) * 16777619u;
-  *length = static_cast<uint32_t>(p - start);
-  return h;
-}
-
-}  // namespace
-
 JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   m_names.reserve(static_cast<size_t>(count));
-  uint32_t size = 4;
-  while (size < static_cast<uint32_t>(count) * 2) size *= 2;
-  m_index.assign(size, 0);
-  m_mask = size - 1;
   for (int i = 0; i < count; ++i) {
-    Name name{names[i], 0, -1};
-    uint32_t h = NameHash(names[i], &name.length);
-    for (uint32_t slot = h & m_mask;; slot = (slot + 1) & m_mask) {
-      if (m_index[slot] == 0) {
-        m_index[slot] = static_cast<uint16_t>(i + 1);
-        break;
-      }
-      const Name& other = m_names[m_index[slot] - 1u];
-      if (other.length == name.length && std::memcmp(other.text, name.text, name.length) == 0) {
-        name.same_as = m_index[slot] - 1;
+    Name name{names[i], -1};
+    for (int j = 0; j < i; ++j) {
+      if (std::strcmp(names[j], names[i]) == 0) {
+        name.same_as = m_names[static_cast<size_t>(j)].same_as >= 0 ? m_names[static_cast<size_t>(j)].same_as : j;
         break;
       }
     }
     m_names.push_back(name);
   }
+  // Counting sort of the distinct names by bucket.
+  uint16_t counts[kBuckets] = {};
+  for (const Name& name : m_names) {
+    if (name.same_as < 0) ++counts[Bucket(name.text)];
+  }
+  for (int b = 0; b < kBuckets; ++b) m_bucketStart[b + 1] = static_cast<uint16_t>(m_bucketStart[b] + counts[b]);
+  m_candidates.assign(m_bucketStart[kBuckets], 0);
+  uint16_t fill[kBuckets];
+  std::memcpy(fill, m_bucketStart, sizeof(fill));
+  for (int i = 0; i < count; ++i) {
+    if (m_names[static_cast<size_t>(i)].same_as < 0) {
+      m_candidates[fill[Bucket(m_names[static_cast<size_t>(i)].text)]++] = static_cast<uint16_t>(i);
+    }
+  }
 }
+
+namespace {
+
+inline bool SameName(const char* a, const char* b) {
+  while (*a == *b) {
+    if (*a == 0) return true;
+    ++a;
+    ++b;
+  }
+  return false;
+}
+
+}  // namespace
 
 void JsonMemberTable::Gather(cJSON* object, cJSON** slots) const {
   const int count = Count();
   for (int i = 0; i < count; ++i) slots[i] = nullptr;
   if (!IsJsonObject(object)) return;
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
-    if (m->string == nullptr) continue;
-    uint32_t length;
-    uint32_t h = NameHash(m->string, &length);
-    for (uint32_t slot = h & m_mask; m_index[slot] != 0; slot = (slot + 1) & m_mask) {
-      int f = m_index[slot] - 1;
-      const Name& name = m_names[static_cast<size_t>(f)];
-      if (name.length == length && std::memcmp(name.text, m->string, length) == 0) {
+    const char* name = m->string;
+    if (name == nullptr) continue;
+    unsigned bucket = Bucket(name);
+    for (unsigned c = m_bucketStart[bucket], end = m_bucketStart[bucket + 1]; c < end; ++c) {
+      int f = m_candidates[c];
+      if (SameName(m_names[static_cast<size_t>(f)].text, name)) {
         if (slots[f] == nullptr) slots[f] = m;  // the first of duplicates wins
         break;
       }
@@ -229,8 +232,7 @@ bool JsonReadText(const cJSON* value, CVString* out) {
   const char* bytes;
   size_t length;
   if (!TextBytes(value, scratch, sizeof(scratch), &bytes, &length)) return false;
-  if (length > UINT_MAX) return false;
-  *out = CVCMMap::Utf8ToUnicode(bytes, static_cast<unsigned int>(length));
+  CVString::AssignUtf8(*out, bytes, length);
   return true;
 }
 

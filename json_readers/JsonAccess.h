@@ -84,7 +84,8 @@ class JsonElements {
 
 // A fixed list of member names, looked up in one pass over an object's
 // members instead of one linear search per name. A record with 10 to 30
-// members reads them all for the price of a single walk.
+// members reads them all for the price of a single walk. The member names of
+// the object must be NUL-terminated (cJSON's are).
 class JsonMemberTable {
  public:
   JsonMemberTable(const char* const* names, int count);
@@ -97,14 +98,22 @@ class JsonMemberTable {
   void Gather(cJSON* object, cJSON** slots) const;
 
  private:
+  // Names are bucketed by their first two bytes; a member's name is compared
+  // with the few table names of its bucket only, without hashing it.
+  static constexpr int kBuckets = 64;
+  static unsigned Bucket(const char* name) {
+    unsigned char c0 = static_cast<unsigned char>(name[0]);
+    unsigned char c1 = c0 != 0 ? static_cast<unsigned char>(name[1]) : 0;
+    return (c0 * 7u + c1) & (kBuckets - 1);
+  }
+
   struct Name {
     const char* text;
-    uint32_t length;
     int same_as;  // index of an earlier equal name, or -1
   };
   std::vector<Name> m_names;
-  std::vector<uint16_t> m_index;  // open addressing: name index + 1, 0 = free
-  uint32_t m_mask = 0;
+  uint16_t m_bucketStart[kBuckets + 1] = {};  // candidates of bucket b: [start[b], start[b+1])
+  std::vector<uint16_t> m_candidates;          // name indexes, grouped by bucket
 };
 
 // ---- Scalar reads -----------------------------------------------------------
