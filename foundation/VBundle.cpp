@@ -128,10 +128,11 @@ struct CVBundle::Entry {
   }
 };
 
-// The entry block: this header, `capacity` entry slots, then an open
-// addressing index of the entries by key hash (entry position + 1, 0 for a
-// free slot), at least twice as large as the capacity, so that a lookup
-// costs a probe or two whatever the bundle's size.
+// The entry block: this header, `capacity` entry slots, then, for blocks of
+// more than kLinearCapacity slots, an open addressing index of the entries by
+// key hash (entry position + 1, 0 for a free slot), at least twice as large
+// as the capacity, so that a lookup costs a probe or two whatever the
+// bundle's size. Small blocks compare the stored hashes in turn.
 struct alignas(CVBundle::Entry) CVBundle::Rep {
   std::atomic<int> refs;
   int size;
@@ -146,7 +147,11 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   // The index holds positions + 1 in 16 bits.
   static constexpr int kMaxCapacity = 65535;
 
+  static constexpr int kLinearCapacity = 8;
+  bool HasIndex() const { return capacity > kLinearCapacity; }
+
   static uint32_t IndexSlots(int capacity) {
+    if (capacity <= kLinearCapacity) return 0;
     uint32_t slots = 8;
     while (slots < static_cast<uint32_t>(capacity) * 2) slots *= 2;
     return slots;
@@ -161,7 +166,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     rep->size = 0;
     rep->capacity = capacity;
     rep->index_mask = slots - 1;
-    std::memset(rep->index(), 0, sizeof(uint16_t) * slots);
+    if (slots != 0) std::memset(rep->index(), 0, sizeof(uint16_t) * slots);
     return rep;
   }
 
@@ -183,6 +188,13 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
 
   // The entry of `key` (whose hash is `hash`), or null.
   Entry* Find(const CVString& key, uint32_t hash) {
+    if (!HasIndex()) {
+      Entry* e = entries();
+      for (int i = 0; i < size; ++i) {
+        if (e[i].hash == hash && e[i].key == key) return &e[i];
+      }
+      return nullptr;
+    }
     const uint16_t* slots = index();
     for (uint32_t slot = hash & index_mask;; slot = (slot + 1) & index_mask) {
       uint16_t position = slots[slot];
@@ -193,6 +205,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   }
 
   void IndexEntry(int position) {
+    if (!HasIndex()) return;
     uint16_t* slots = index();
     uint32_t slot = entries()[position].hash & index_mask;
     while (slots[slot] != 0) slot = (slot + 1) & index_mask;
@@ -200,6 +213,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   }
 
   void RebuildIndex() {
+    if (!HasIndex()) return;
     std::memset(index(), 0, sizeof(uint16_t) * (index_mask + 1));
     for (int i = 0; i < size; ++i) IndexEntry(i);
   }

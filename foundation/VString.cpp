@@ -94,23 +94,6 @@ CVString::CVString(const unsigned short* units, int length) : m_len(0) {
   std::memcpy(out, units, static_cast<size_t>(length) * sizeof(unsigned short));
 }
 
-CVString::CVString(const CVString& other) noexcept : m_len(other.m_len) {
-  std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
-  if (m_len > kInlineCapacity) {
-    Rep* rep = GetRep();
-    if (rep->refs.load(std::memory_order_relaxed) >= 0) {
-      rep->refs.fetch_add(1, std::memory_order_relaxed);
-    }
-  }
-}
-
-CVString::CVString(CVString&& other) noexcept : m_len(0) {
-  m_inline[0] = 0;
-  Swap(other);
-}
-
-CVString::~CVString() { ReleaseRep(); }
-
 CVString& CVString::operator=(const CVString& other) noexcept {
   if (this != &other) {
     CVString copy(other);
@@ -135,15 +118,6 @@ CVString& CVString::operator=(const char* text) {
     AssignLatin1(text, std::strlen(text));
   }
   return *this;
-}
-
-void CVString::Swap(CVString& other) noexcept {
-  // Only the text fields move; both objects keep their own vtable pointer.
-  std::swap(m_len, other.m_len);
-  unsigned char tmp[sizeof(m_inline)];
-  std::memcpy(tmp, m_inline, sizeof(m_inline));
-  std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
-  std::memcpy(other.m_inline, tmp, sizeof(m_inline));
 }
 
 void CVString::Format(const unsigned short* format, ...) {
@@ -197,12 +171,6 @@ int CVString::Find(const char* text, int start) const {
     if (k == n) return static_cast<int>(i);
   }
   return -1;
-}
-
-bool CVString::operator==(const CVString& other) const {
-  if (m_len != other.m_len) return false;
-  if (m_len > kInlineCapacity && GetRep() == other.GetRep()) return true;
-  return std::memcmp(Data(), other.Data(), m_len * sizeof(unsigned short)) == 0;
 }
 
 std::string CVString::ToUtf8() const {

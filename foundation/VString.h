@@ -40,9 +40,18 @@ class CVString {
   CVString(const char* text);  // NOLINT: implicit, as keys are made from literals
   CVString(const char* text, Permanent);
   CVString(const unsigned short* units, int length);
-  CVString(const CVString& other) noexcept;
-  CVString(CVString&& other) noexcept;
-  virtual ~CVString();
+  CVString(const CVString& other) noexcept : m_len(other.m_len) {
+    std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
+    if (m_len > kInlineCapacity) Retain();
+  }
+  CVString(CVString&& other) noexcept : m_len(other.m_len) {
+    std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
+    other.m_len = 0;
+    other.m_inline[0] = 0;
+  }
+  virtual ~CVString() {
+    if (m_len > kInlineCapacity) ReleaseRep();
+  }
 
   CVString& operator=(const CVString& other) noexcept;
   CVString& operator=(CVString&& other) noexcept;
@@ -69,10 +78,23 @@ class CVString {
     return m_len <= kInlineCapacity ? m_inline : GetRep()->units;
   }
 
-  bool operator==(const CVString& other) const;
+  bool operator==(const CVString& other) const {
+    if (m_len != other.m_len) return false;
+    if (m_len > kInlineCapacity && GetRep() == other.GetRep()) return true;
+    return std::memcmp(Data(), other.Data(), m_len * sizeof(unsigned short)) == 0;
+  }
   bool operator!=(const CVString& other) const { return !(*this == other); }
 
-  void Swap(CVString& other) noexcept;
+  // Exchanges the texts (each object keeps its own vtable pointer).
+  void Swap(CVString& other) noexcept {
+    unsigned int len = m_len;
+    m_len = other.m_len;
+    other.m_len = len;
+    unsigned short units[kInlineCapacity + 1];
+    std::memcpy(units, m_inline, sizeof(m_inline));
+    std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
+    std::memcpy(other.m_inline, units, sizeof(m_inline));
+  }
 
   // The text as UTF-8 (for printing); a lone surrogate becomes U+FFFD.
   std::string ToUtf8() const;
@@ -96,6 +118,11 @@ class CVString {
 
  private:
   static Rep* NewRep(unsigned int length);
+  // Counts one more owner of the block (nothing for a permanent one).
+  void Retain() const noexcept {
+    Rep* rep = GetRep();
+    if (rep->refs.load(std::memory_order_relaxed) >= 0) rep->refs.fetch_add(1, std::memory_order_relaxed);
+  }
   void ReleaseRep() noexcept;
   void AssignLatin1(const char* text, size_t length);
   // A long text's block pointer is kept in the first bytes of m_inline, so

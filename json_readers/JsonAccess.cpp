@@ -68,14 +68,9 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
 
 namespace {
 
-inline bool SameName(const char* a, const char* b) {
-  while (*a == *b) {
-    if (*a == 0) return true;
-    ++a;
-    ++b;
-  }
-  return false;
-}
+// libc's strcmp compares a word or a vector at a time without reading past
+// the terminator's page: faster than a byte loop for names of 5 to 25 bytes.
+inline bool SameName(const char* a, const char* b) { return a[0] == b[0] && std::strcmp(a, b) == 0; }
 
 }  // namespace
 
