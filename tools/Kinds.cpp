@@ -1,5 +1,7 @@
 #include "tools/Kinds.h"
 
+#include <cstring>
+
 namespace poiparse {
 
 namespace {
@@ -11,6 +13,17 @@ using P = CPoiJsonObjParser;
 const AnswerKind kKinds[] = {
     {"city-list", "city list answer (\"result\" status, \"traffic_citys\")", P::ParseCityList},
     {"poi-list", "POI list answer (\"result\" status, \"poi_result\")", P::ParsePoiListRst},
+    {"city-query", "city query answer (a \"content\" object, \"current_city\")",
+     P::ParseCityQueryRst},
+    {"address", "one address record (\"addr\", \"geo\", \"name\", \"precise\")",
+     P::GetAddrContentFromJson},
+    {"district", "district answer (\"result\", \"current_city\", \"content\" with a \"geo\")",
+     P::ParseDistrictRst},
+    {"especial", "coordinate query answer (\"content\": [\"x,y\", \"level\"])",
+     P::ParseEspecialQueryRst},
+    {"indoor", "indoor search answer (\"errNo\", \"Msg\", \"data\")", P::ParsePoiIndoorRst},
+    {"indoor-poi", "one indoor POI record (fifteen texts, \"twp\" flags)",
+     P::GetIndoorPoiContentFromJson},
     {"route-addr", "route address answer, form chosen by --utf8 (the text mode flag)", P::ParseRouteAddrRst,
      // With --utf8 the dispatcher parses the second form and clears the flag;
      // the tool keeps the flag for the whole run and calls that form itself.
@@ -28,6 +41,20 @@ const AnswerKind kKinds[] = {
 };
 
 bool Has(cJSON* node, const char* name) { return _quarn_vi::cJSON_GetObjectItem(node, name) != nullptr; }
+
+// The city query answer: a "content" object describing one city.
+bool IsCityQuery(cJSON* root) {
+  cJSON* content = _quarn_vi::cJSON_GetObjectItem(root, "content");
+  return _quarn_vi::IsJsonObject(content) && (Has(content, "city_type") || Has(content, "cname"));
+}
+
+// The coordinate query answer: "content" starts with an "x,y" text.
+bool IsEspecialQuery(cJSON* root) {
+  _quarn_vi::JsonElements content(_quarn_vi::cJSON_GetObjectItem(root, "content"));
+  if (content.empty()) return false;
+  const char* position = _quarn_vi::JsonStringBytes(*content.begin());
+  return position != nullptr && std::strchr(position, ',') != nullptr;
+}
 
 // The first route address form: a "result" status block with the points'
 // "city_list" flags and a "content" object of per-point candidates.
@@ -61,6 +88,11 @@ const AnswerKind* DetectKind(cJSON* root) {
   if (Has(root, "poi_result")) return FindKind("poi-list");
   if (Has(root, "traffic_pois")) return FindKind("route-addr-2");
   if (IsRouteAddrFirstForm(root)) return FindKind("route-addr-1");
+  if (Has(root, "errNo")) return FindKind("indoor");
+  if (IsCityQuery(root)) return FindKind("city-query");
+  if (IsEspecialQuery(root)) return FindKind("especial");
+  // The district answer ("result", "current_city", "content" of one POI with
+  // a geometry) has the shape of an area search answer: it needs --kind.
   return nullptr;
 }
 

@@ -1,0 +1,91 @@
+// The city query answer (one place flattened, with a default level by city
+// type and the current city) and the address record.
+#include <utility>
+
+#include "poi_parser/ParserSupport.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+using _quarn_vi::IsJsonObject;
+
+namespace {
+
+const CVString kTypeKey = MakeKey("type");
+const CVString kCurrentCityKey = MakeKey("current_city");
+
+// "city_type" is always stored, 0 when unreadable.
+void ReadCityType(cJSON* member, const CVString& key, CVBundle& out) {
+  int city_type = 0;
+  _quarn_vi::JsonReadInt(member, &city_type);
+  out.SetInt(key, city_type);
+}
+
+// The level shown for a city type when the answer gives none (or 0); types
+// outside 0..3 have no default.
+int DefaultLevel(int city_type) {
+  static const int kLevels[] = {4, 11, 12, 13};
+  return city_type >= 0 && city_type <= 3 ? kLevels[city_type] : 0;
+}
+
+// "level" is always stored: the answer's non-zero level, else the default of
+// the city type that the first row of the same table has just stored.
+void ReadLevel(cJSON* member, const CVString& key, CVBundle& out) {
+  int level = 0;
+  _quarn_vi::JsonReadInt(member, &level);
+  if (level == 0) level = DefaultLevel(out.GetInt(kTypeKey));
+  out.SetInt(key, level);
+}
+
+// The city is named by "cname"; a "name" member is not read.
+const FieldRow kCityQueryRows[] = {
+    CustomField("city_type", "type", ReadCityType, 1),
+    IntField("code"),
+    StringField("cname", "name"),
+    StringField("geo"),
+    StringField("uid"),
+    IntField("pccode"),
+    StringField("pcname"),
+    CustomField("level", "level", ReadLevel, 1),
+    BoolField("sup_bus"),
+    BoolField("sup_business_area"),
+    BoolField("sup_subway"),
+    BoolField("sup_lukuang"),
+};
+
+const FieldRow kAddressRows[] = {
+    StringField("addr", "address"),
+    StringField("geo"),
+    StringField("name"),
+    IntField("precise"),
+};
+
+}  // namespace
+
+// Refused (nothing stored) only for a null root or one without "content";
+// "content" of another type than an object reads as empty. The current city
+// is the root's, not a member of "content".
+int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
+  static const FieldTable table(kCityQueryRows);
+  if (root == nullptr) return 0;
+  cJSON* content = Member(root, "content");
+  if (content == nullptr) return 0;
+  out.Reserve(out.GetCount() + table.MaxKeys() + 1);
+  table.Read(content, out);
+
+  CVBundle current_city;
+  if (CJsonObjParser::GetCurrentCityFromJson(Member(root, "current_city"), current_city)) {
+    out.SetBundle(kCurrentCityKey, std::move(current_city));
+  }
+  return 1;
+}
+
+int CPoiJsonObjParser::GetAddrContentFromJson(cJSON* node, CVBundle& out) {
+  static const FieldTable table(kAddressRows);
+  if (!IsJsonObject(node)) return 0;
+  table.Read(node, out);
+  return 1;
+}
+
+}  // namespace _quarn_framework

@@ -1,0 +1,103 @@
+// Two answers reduced to one map position and a level: the district lookup
+// (the first point of the district's geometry, the current city's level) and
+// the coordinate query (an "x,y" text and a level text).
+#include <cstdlib>
+#include <cstring>
+
+#include "poi_parser/ParserSupport.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+using _quarn_vi::IsJsonObject;
+using _quarn_vi::JsonElements;
+using _quarn_vi::JsonStringBytes;
+
+namespace {
+
+// The working buffer of the coordinate query's x part: at most
+// kPositionBufferSize - 1 bytes before the comma, then the terminating zero.
+constexpr size_t kPositionBufferSize = 20;
+
+// The service's coordinates are in hundredths of the map unit.
+constexpr int kCoordinateScale = 100;
+
+const CVString kCurrentCityKey = MakeKey("current_city");
+const CVString kLevelKey = MakeKey("level");
+const CVString kXKey = MakeKey("x");
+const CVString kYKey = MakeKey("y");
+
+}  // namespace
+
+// Refusals and what is stored by then: a null root or a "result" that is not
+// an object: nothing; a "content" that is not a non-empty array, a first
+// element that is not an object (no POI record), or a geometry without a
+// point: "current_city" when the answer has one. The POI record of the first
+// element is a gate only and is not stored.
+int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
+  if (root == nullptr || !IsJsonObject(Member(root, "result"))) return 0;
+
+  // Kept to the end: "level" comes from it even when it was not stored
+  // (then it holds no "level" and GetInt gives 0).
+  CVBundle current_city;
+  if (CJsonObjParser::GetCurrentCityFromJson(Member(root, "current_city"), current_city)) {
+    out.SetBundle(kCurrentCityKey, current_city);  // shares the block: O(1)
+  }
+
+  JsonElements contents(Member(root, "content"));
+  if (contents.empty()) return 0;
+  cJSON* district = *contents.begin();
+  CVBundle poi;
+  if (!GetPoiContentFromJson(district, poi)) return 0;
+
+  CComplexPt geometry;
+  CJsonObjParser::GetJsonItem(district, "geo", geometry);
+  if (geometry.GetPartSize() == 0 || geometry.GetPartContentSize(0) == 0) return 0;
+
+  out.SetInt(kLevelKey, current_city.GetInt(kLevelKey));
+  // Integer division: the remainder is dropped, the quotient truncated
+  // toward zero, before the value becomes a double.
+  const _quarn_vi::CVPoint first = geometry.GetPartPt(0, 0);
+  out.SetDouble(kXKey, static_cast<double>(first.x / kCoordinateScale));
+  out.SetDouble(kYKey, static_cast<double>(first.y / kCoordinateScale));
+  return 1;
+}
+
+// "content" is ["x,y", "level"]: the position split at its first comma, the
+// x part through a buffer of kPositionBufferSize bytes. Refused with nothing
+// stored: a node that is not an object, "content" not an array of at least
+// two elements, an element 0 that is not a string, a position without a
+// comma or with an x part too long for the buffer, and an element 1 that is
+// not a string. The numbers are read as atof/atoi read them (C locale).
+int CPoiJsonObjParser::ParseEspecialQueryRst(cJSON* node, CVBundle& out) {
+  if (!IsJsonObject(node)) return 0;
+  cJSON* content = Member(node, "content");
+  if (!_quarn_vi::IsJsonArray(content)) return 0;
+  JsonElements elements(content);
+  auto at = elements.begin();
+  if (!(at != elements.end())) return 0;
+  cJSON* position_node = *at;
+  ++at;
+  if (!(at != elements.end())) return 0;
+  cJSON* level_node = *at;
+
+  const char* position = JsonStringBytes(position_node);
+  if (position == nullptr) return 0;
+  const char* comma = std::strchr(position, ',');
+  if (comma == nullptr) return 0;
+  const size_t x_length = static_cast<size_t>(comma - position);
+  if (x_length >= kPositionBufferSize) return 0;
+  const char* level = JsonStringBytes(level_node);
+  if (level == nullptr) return 0;
+
+  char x_text[kPositionBufferSize];
+  std::memcpy(x_text, position, x_length);
+  std::memset(x_text + x_length, 0, kPositionBufferSize - x_length);
+  out.SetDouble(kXKey, std::atof(x_text));
+  out.SetDouble(kYKey, std::atof(comma + 1));
+  out.SetInt(kLevelKey, std::atoi(level));
+  return 1;
+}
+
+}  // namespace _quarn_framework

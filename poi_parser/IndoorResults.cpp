@@ -1,0 +1,110 @@
+// The indoor search answer: the service's error status mapped to the
+// client's error codes, or one page of places inside a building.
+#include <cstdlib>
+#include <utility>
+
+#include "poi_parser/ParserSupport.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+using _quarn_vi::IsJsonObject;
+
+namespace {
+
+// The service's "errNo" values that the client tells apart.
+constexpr int kServiceOk = 0;
+constexpr int kServiceBadParameter = 1;  // "Msg" names the parameter
+constexpr int kServiceStatus5 = 5;
+
+// The client's error codes, stored under "errNo".
+constexpr int kErrorOfStatus5 = 11;
+constexpr int kErrorBadBuilding = 601;  // "Msg" names "bid"
+constexpr int kErrorBadFloor = 602;     // "Msg" names "floor"
+constexpr int kErrorUnknown = 603;      // any other status, or none
+
+const CVString kErrNoKey = MakeKey("errNo");
+const CVString kWFlagKey = MakeKey("w_flag");
+const CVString kPFlagKey = MakeKey("p_flag");
+
+// "poi_list": stored when it is a non-empty array, even when none of its
+// elements gives a record.
+void ReadPoiList(cJSON* member, const CVString& key, CVBundle& out) {
+  if (_quarn_vi::JsonElements(member).empty()) return;
+  BundleArray pois;
+  AppendRecords(member, pois, CPoiJsonObjParser::GetIndoorPoiContentFromJson);
+  out.SetBundleArray(key, std::move(pois));
+}
+
+const FieldRow kPageRows[] = {
+    IntField("page_num"),
+    IntField("poi_num"),
+    CustomField("poi_list", "poi_list", ReadPoiList, 1),
+};
+
+// "twp" is a string holding a number whose three low bits are the flags
+// "t_flag", "w_flag" and "p_flag" (two's-complement bits for a negative
+// number). Anything but a string, and a text without a leading number,
+// gives three false flags; they are always stored.
+void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
+  const char* text = _quarn_vi::JsonStringBytes(member);
+  const unsigned bits = text != nullptr ? static_cast<unsigned>(std::atoi(text)) : 0u;
+  out.SetBool(t_key, (bits & 1u) != 0);
+  out.SetBool(kWFlagKey, (bits & 2u) != 0);
+  out.SetBool(kPFlagKey, (bits & 4u) != 0);
+}
+
+const FieldRow kIndoorPoiRows[] = {
+    StringField("address"),   StringField("qx_id"),    StringField("cid"),
+    StringField("discount"),  StringField("floor"),    StringField("name"),
+    StringField("phone"),     StringField("poi_rank"), StringField("price"),
+    StringField("pt_x"),      StringField("pt_y"),     StringField("star_level"),
+    StringField("tag"),       StringField("tuan_nums"), StringField("uid"),
+    CustomField("twp", "t_flag", ReadTwpFlags, 3),
+};
+
+// The client's code for a bad-parameter message: a building ("bid") problem
+// wins over a floor problem; 0 when the message names neither.
+int BadParameterError(cJSON* root) {
+  CVString message;
+  CJsonObjParser::GetJsonItem(root, "Msg", message);
+  if (message.Find("bid", 0) >= 0) return kErrorBadBuilding;
+  if (message.Find("floor", 0) >= 0) return kErrorBadFloor;
+  return 0;
+}
+
+}  // namespace
+
+// Returns 0, storing nothing, for a root that is not an object and for a
+// success status without a "data" object. An error status returns 1 with at
+// most "errNo"; an answer without "errNo" is an unknown error.
+int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
+  static const FieldTable page_table(kPageRows);
+  if (!IsJsonObject(root)) return 0;
+  int status = -1;
+  CJsonObjParser::GetJsonItem(root, "errNo", status);
+  if (status != kServiceOk) {
+    int error = kErrorUnknown;
+    if (status == kServiceStatus5) {
+      error = kErrorOfStatus5;
+    } else if (status == kServiceBadParameter) {
+      error = BadParameterError(root);
+    }
+    if (error != 0) out.SetInt(kErrNoKey, error);
+    return 1;
+  }
+  cJSON* data = Member(root, "data");
+  if (!IsJsonObject(data)) return 0;
+  page_table.Read(data, out);
+  return 1;
+}
+
+int CPoiJsonObjParser::GetIndoorPoiContentFromJson(cJSON* node, CVBundle& out) {
+  static const FieldTable table(kIndoorPoiRows);
+  if (!IsJsonObject(node)) return 0;
+  table.Read(node, out);
+  return 1;
+}
+
+}  // namespace _quarn_framework
