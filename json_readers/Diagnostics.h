@@ -89,11 +89,14 @@ CVDiagnostics* Active();
 // type; `wanted` says what was required ("an object", "an array").
 void RefuseMember(const cJSON* parent, const char* member, const cJSON* node, const char* wanted);
 // `node` was refused for the reason given (a status, a count).
-void Refuse(const cJSON* node, const char* message);
+void Refuse(const cJSON* node, const std::string& message);
+// A record was dropped (not the answer) because its required member
+// `parent`."`member`" is absent (`node` null) or not `wanted`.
+void SkipRequiredMember(const cJSON* parent, const char* member, const cJSON* node, const char* wanted);
 // A present member that a reader could not use; `wanted` is what it reads
 // ("an integer", "text", "a truth value", "an array of strings", "an object").
 void SkipMember(const cJSON* node, const char* wanted);
-// A list element that gave no record.
+// A list element left out: it gave no record, or is not `wanted`.
 void SkipElement(const cJSON* element, const char* wanted);
 
 // "<found> where <wanted> was expected" ("array where an object was

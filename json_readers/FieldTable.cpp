@@ -1,5 +1,7 @@
 #include "json_readers/FieldTable.h"
 
+#include "json_readers/Diagnostics.h"
+
 #include <cassert>
 #include <utility>
 
@@ -69,33 +71,41 @@ void FieldTable::Read(cJSON* object, CVBundle& out) const {
 
 namespace field {
 
+// What each reader wants, for the reports of members it cannot use.
+constexpr const char kWantInt[] = "an integer";
+constexpr const char kWantBool[] = "a truth value";
+constexpr const char kWantText[] = "text";
+
 int StoreInt(cJSON* member, const CVString& key, CVBundle& out) {
   int value = 0;
-  if (!_quarn_vi::JsonReadInt(member, &value)) return 0;
+  if (!_quarn_vi::JsonReadInt(member, &value)) return _quarn_vi::diag::SkipMember(member, kWantInt), 0;
   out.SetInt(key, value);
   return 1;
 }
 
 int StoreBool(cJSON* member, const CVString& key, CVBundle& out) {
   bool value = false;
-  if (!_quarn_vi::JsonReadBool(member, &value)) return 0;
+  if (!_quarn_vi::JsonReadBool(member, &value)) return _quarn_vi::diag::SkipMember(member, kWantBool), 0;
   out.SetBool(key, value ? 1 : 0);
   return 1;
 }
 
 int StoreString(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
-  if (!_quarn_vi::JsonReadText(member, &text)) return 0;
+  if (!_quarn_vi::JsonReadText(member, &text)) return _quarn_vi::diag::SkipMember(member, kWantText), 0;
   out.SetString(key, std::move(text));
   return 1;
 }
 
 int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
-  if (!_quarn_vi::IsJsonArray(member)) return 0;
+  if (!_quarn_vi::IsJsonArray(member)) return _quarn_vi::diag::SkipMember(member, "an array of strings"), 0;
   CVBundle::StringArray texts;
   for (cJSON* element : _quarn_vi::JsonElements(member)) {
     CVString text;
-    if (!_quarn_vi::IsJsonString(element) || !_quarn_vi::JsonReadText(element, &text)) continue;
+    if (!_quarn_vi::IsJsonString(element) || !_quarn_vi::JsonReadText(element, &text)) {
+      _quarn_vi::diag::SkipElement(element, "a string");
+      continue;
+    }
     _quarn_vi::AppendByMove(texts, text);
   }
   out.SetStringArray(key, std::move(texts));
@@ -104,7 +114,7 @@ int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
 
 int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
-  _quarn_vi::JsonReadText(member, &text);
+  if (!_quarn_vi::JsonReadText(member, &text)) _quarn_vi::diag::SkipMember(member, kWantText);
   if (text.IsEmpty()) return 0;
   out.SetString(key, std::move(text));
   return 1;
@@ -112,7 +122,7 @@ int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
 
 void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out) {
   int value = start;
-  _quarn_vi::JsonReadInt(member, &value);
+  if (!_quarn_vi::JsonReadInt(member, &value)) _quarn_vi::diag::SkipMember(member, kWantInt);
   CVString text;
   text.Format(DecimalFormat(), value);
   out.SetString(key, std::move(text));

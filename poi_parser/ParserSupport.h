@@ -4,7 +4,10 @@
 #define POI_PARSER_PARSERSUPPORT_H_
 
 #include "poi_parser/PoiJsonObjParser.h"
+#include "json_readers/Diagnostics.h"
 #include "json_readers/FieldTable.h"
+
+#include <string>
 
 namespace _quarn_framework {
 namespace internal {
@@ -25,10 +28,51 @@ inline cJSON* Member(cJSON* node, const char* name) {
 // is refused.
 inline bool StatusFrameIsGood(cJSON* root) {
   cJSON* result = Member(root, "result");
-  if (!_quarn_vi::IsJsonObject(result)) return false;
+  if (!_quarn_vi::IsJsonObject(result)) {
+    _quarn_vi::diag::RefuseMember(root, "result", result, "an object");
+    return false;
+  }
   int error = -1;
   CJsonObjParser::GetJsonItem(result, "error", error);
+  if (error != 0 && _quarn_vi::diag::Active() != nullptr) {
+    cJSON* status = Member(result, "error");
+    if (status == nullptr) {
+      _quarn_vi::diag::RefuseMember(result, "error", nullptr, "an integer");
+    } else {
+      _quarn_vi::diag::Refuse(status, "status is " + std::to_string(error) + ", not 0");
+    }
+  }
   return error == 0;
+}
+
+// The refusal of a null root.
+inline int RefuseNoAnswer() {
+  _quarn_vi::diag::Refuse(nullptr, "no answer");
+  return 0;
+}
+
+// `parent`."`name`" when it is an object (an array for RequireArray);
+// otherwise null, with the refusal reported.
+inline cJSON* RequireObject(cJSON* parent, const char* name) {
+  cJSON* node = Member(parent, name);
+  if (_quarn_vi::IsJsonObject(node)) return node;
+  _quarn_vi::diag::RefuseMember(parent, name, node, "an object");
+  return nullptr;
+}
+inline cJSON* RequireArray(cJSON* parent, const char* name) {
+  cJSON* node = Member(parent, name);
+  if (_quarn_vi::IsJsonArray(node)) return node;
+  _quarn_vi::diag::RefuseMember(parent, name, node, "an array");
+  return nullptr;
+}
+
+// Builds a nested record with `build` from `member` into `record`; a member
+// that is present but refused is reported as skipped. Returns build's result.
+template <class Build>
+int BuildMember(Build build, cJSON* member, CVBundle& record, const char* wanted) {
+  int result = build(member, record);
+  if (result == 0) _quarn_vi::diag::SkipMember(member, wanted);
+  return result;
 }
 
 // Builds a record with `build` (an operation of CPoiJsonObjParser) from each
@@ -39,7 +83,11 @@ template <class Build>
 void AppendRecords(cJSON* array, BundleArray& records, Build build) {
   for (cJSON* element : _quarn_vi::JsonElements(array)) {
     CVBundle record;
-    if (build(element, record)) _quarn_vi::AppendByMove(records, record);
+    if (build(element, record)) {
+      _quarn_vi::AppendByMove(records, record);
+    } else {
+      _quarn_vi::diag::SkipElement(element, "an object");
+    }
   }
 }
 
