@@ -11,6 +11,10 @@ using P = CPoiJsonObjParser;
 const AnswerKind kKinds[] = {
     {"city-list", "city list answer (\"result\" status, \"traffic_citys\")", P::ParseCityList},
     {"poi-list", "POI list answer (\"result\" status, \"poi_result\")", P::ParsePoiListRst},
+    {"area", "area search answer (\"result\" options, \"content\" array beside it)", P::ParseAreaSearchRst},
+    {"area-multi", "multi-area search answer (\"result\".\"result_array\", \"content\" lists)",
+     P::ParseAreaMultiSearchRst},
+    {"circum", "nearby search answer (\"result\" options, \"content\", \"center\")", P::ParseCircumSearchRst},
     {"route-addr", "route address answer, form chosen by --utf8 (the text mode flag)", P::ParseRouteAddrRst,
      // With --utf8 the dispatcher parses the second form and clears the flag;
      // the tool keeps the flag for the whole run and calls that form itself.
@@ -39,6 +43,15 @@ bool IsRouteAddrFirstForm(cJSON* root) {
          (Has(content, "start") || Has(content, "end") || Has(content, "waypoints"));
 }
 
+// The area search: "result" holds the search's options (no "error" status,
+// no route "city_list" flags) and the page of places is a root "content"
+// array.
+bool IsAreaSearch(cJSON* root) {
+  cJSON* result = _quarn_vi::cJSON_GetObjectItem(root, "result");
+  return _quarn_vi::IsJsonObject(result) && !Has(result, "error") && !Has(result, "city_list") &&
+         _quarn_vi::IsJsonArray(_quarn_vi::cJSON_GetObjectItem(root, "content"));
+}
+
 }  // namespace
 
 const AnswerKind* AllKinds(int* count) {
@@ -60,7 +73,10 @@ const AnswerKind* DetectKind(cJSON* root) {
   if (Has(root, "traffic_citys")) return FindKind("city-list");
   if (Has(root, "poi_result")) return FindKind("poi-list");
   if (Has(root, "traffic_pois")) return FindKind("route-addr-2");
+  if (Has(_quarn_vi::cJSON_GetObjectItem(root, "result"), "result_array")) return FindKind("area-multi");
+  if (Has(root, "center")) return FindKind("circum");
   if (IsRouteAddrFirstForm(root)) return FindKind("route-addr-1");
+  if (IsAreaSearch(root)) return FindKind("area");
   return nullptr;
 }
 
