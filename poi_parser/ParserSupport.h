@@ -3,6 +3,8 @@
 #ifndef POI_PARSER_PARSERSUPPORT_H_
 #define POI_PARSER_PARSERSUPPORT_H_
 
+#include <utility>
+
 #include "poi_parser/PoiJsonObjParser.h"
 #include "json_readers/Diagnostics.h"
 #include "json_readers/FieldTable.h"
@@ -88,6 +90,67 @@ void AppendRecords(cJSON* array, BundleArray& records, Build build) {
     } else {
       _quarn_vi::diag::SkipElement(element, "an object");
     }
+  }
+}
+
+// ---- Steps shared by the search answers (POI list, area, circum) ----------
+
+// How "count" accompanies a page of POI records.
+enum class PageCount {
+  kAlways,       // the JSON array's length, 0 when the page is not an array
+  kOnlyIfArray,  // the JSON array's length; no "count" at all otherwise
+};
+
+// A page of points of interest from the array `contents`: "count" as
+// `count_rule` says (elements that give no record still count), then
+// "pois", the POI records in array order, when at least one element gave
+// a record.
+inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
+  static const CVString count_key = MakeKey("count");
+  static const CVString pois_key = MakeKey("pois");
+  if (_quarn_vi::IsJsonArray(contents)) {
+    out.SetInt(count_key, _quarn_vi::cJSON_GetArraySize(contents));
+  } else if (count_rule == PageCount::kAlways) {
+    out.SetInt(count_key, 0);
+  }
+  BundleArray pois;
+  AppendRecords(contents, pois, CPoiJsonObjParser::GetPoiContentFromJson);
+  if (pois.m_nSize >= 1) out.SetBundleArray(pois_key, std::move(pois));
+}
+
+// The current-city record of the node `current_city` (as looked up, null
+// when absent), stored under "current_city" when its builder accepts it.
+inline void StoreCurrentCityRecord(cJSON* current_city, CVBundle& out) {
+  static const CVString key = MakeKey("current_city");
+  CVBundle city;
+  if (CJsonObjParser::GetCurrentCityFromJson(current_city, city)) {
+    out.SetBundle(key, std::move(city));
+  }
+}
+
+// Whether the suggested-query record also stands in for a missing psrs
+// record under "py_correct" (the POI list does this; the area and circum
+// answers do not).
+enum class SuggestStandsIn { kNo, kYes };
+
+// The hint records of the members "psrs" and "suggest_query" of `holder`:
+// the psrs record under "py_correct", then the suggested-query record under
+// "suggest_query", each when its builder accepts it.
+inline void StoreHintRecords(cJSON* holder, SuggestStandsIn stands_in, CVBundle& out) {
+  static const CVString py_correct_key = MakeKey("py_correct");
+  static const CVString suggest_key = MakeKey("suggest_query");
+  CVBundle psrs;
+  const bool has_psrs = CPoiJsonObjParser::GetPsrsFromJson(Member(holder, "psrs"), psrs) == 1;
+  if (has_psrs) out.SetBundle(py_correct_key, std::move(psrs));
+  CVBundle suggest;
+  if (CPoiJsonObjParser::GetSuggestQueryFromJson(Member(holder, "suggest_query"), suggest) != 1) {
+    return;
+  }
+  if (has_psrs || stands_in == SuggestStandsIn::kNo) {
+    out.SetBundle(suggest_key, std::move(suggest));
+  } else {
+    out.SetBundle(suggest_key, suggest);  // shares the block: O(1)
+    out.SetBundle(py_correct_key, std::move(suggest));
   }
 }
 

@@ -10,19 +10,13 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonArray;
 using _quarn_vi::IsJsonObject;
 
 namespace {
 
 const CVString kSearchTypeKey = MakeKey("search_type");
 const CVString kPlaceParamKey = MakeKey("placeparam");
-const CVString kCurrentCityKey = MakeKey("current_city");
-const CVString kCountKey = MakeKey("count");
-const CVString kPoisKey = MakeKey("pois");
 const CVString kAddrsKey = MakeKey("addrs");
-const CVString kPyCorrectKey = MakeKey("py_correct");
-const CVString kSuggestQueryKey = MakeKey("suggest_query");
 
 // The most keys the answer adds: "search_type", five options, "placeparam",
 // "current_city", "count", "pois", "addrs", "py_correct", "suggest_query".
@@ -83,33 +77,15 @@ int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   place_param_table.Read(place_info, place_param);
   out.SetBundle(kPlaceParamKey, std::move(place_param));
 
-  CVBundle current_city;
-  if (CJsonObjParser::GetCurrentCityFromJson(Member(poi_result, "current_city"), current_city)) {
-    out.SetBundle(kCurrentCityKey, std::move(current_city));
-  }
-
-  // "count" is the length of the JSON array: elements that give no record
-  // still count.
-  cJSON* contents = Member(poi_result, "contents");
-  out.SetInt(kCountKey, IsJsonArray(contents) ? _quarn_vi::cJSON_GetArraySize(contents) : 0);
-  BundleArray pois;
-  AppendRecords(contents, pois, GetPoiContentFromJson);
-  if (pois.m_nSize >= 1) out.SetBundleArray(kPoisKey, std::move(pois));
+  StoreCurrentCityRecord(Member(poi_result, "current_city"), out);
+  StorePoiPage(Member(poi_result, "contents"), PageCount::kAlways, out);
 
   BundleArray addresses;
   AppendRecords(Member(poi_result, "addrs"), addresses, GetAddressFromJson);
   if (addresses.m_nSize >= 1) out.SetBundleArray(kAddrsKey, std::move(addresses));
 
-  // The psrs record goes under "py_correct"; without one, the suggested-query
-  // record stands in for it.
-  CVBundle psrs;
-  bool has_psrs = GetPsrsFromJson(Member(poi_result, "psrs"), psrs) == 1;
-  if (has_psrs) out.SetBundle(kPyCorrectKey, std::move(psrs));
-  CVBundle suggest;
-  if (GetSuggestQueryFromJson(Member(poi_result, "suggest_query"), suggest) == 1) {
-    out.SetBundle(kSuggestQueryKey, suggest);  // shares the block: O(1)
-    if (!has_psrs) out.SetBundle(kPyCorrectKey, std::move(suggest));
-  }
+  // The suggested-query record stands in for a missing psrs record.
+  StoreHintRecords(poi_result, SuggestStandsIn::kYes, out);
   return 1;
 }
 

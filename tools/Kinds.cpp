@@ -13,6 +13,10 @@ using P = CPoiJsonObjParser;
 const AnswerKind kKinds[] = {
     {"city-list", "city list answer (\"result\" status, \"traffic_citys\")", P::ParseCityList},
     {"poi-list", "POI list answer (\"result\" status, \"poi_result\")", P::ParsePoiListRst},
+    {"area", "area search answer (\"result\" options, \"content\" array beside it)", P::ParseAreaSearchRst},
+    {"area-multi", "multi-area search answer (\"result\".\"result_array\", \"content\" lists)",
+     P::ParseAreaMultiSearchRst},
+    {"circum", "nearby search answer (\"result\" options, \"content\", \"center\")", P::ParseCircumSearchRst},
     {"city-query", "city query answer (a \"content\" object, \"current_city\")",
      P::ParseCityQueryRst},
     {"address", "one address record (\"addr\", \"geo\", \"name\", \"precise\")",
@@ -66,6 +70,15 @@ bool IsRouteAddrFirstForm(cJSON* root) {
          (Has(content, "start") || Has(content, "end") || Has(content, "waypoints"));
 }
 
+// The area search: "result" holds the search's options (no "error" status,
+// no route "city_list" flags) and the page of places is a root "content"
+// array.
+bool IsAreaSearch(cJSON* root) {
+  cJSON* result = _quarn_vi::cJSON_GetObjectItem(root, "result");
+  return _quarn_vi::IsJsonObject(result) && !Has(result, "error") && !Has(result, "city_list") &&
+         _quarn_vi::IsJsonArray(_quarn_vi::cJSON_GetObjectItem(root, "content"));
+}
+
 }  // namespace
 
 const AnswerKind* AllKinds(int* count) {
@@ -87,12 +100,15 @@ const AnswerKind* DetectKind(cJSON* root) {
   if (Has(root, "traffic_citys")) return FindKind("city-list");
   if (Has(root, "poi_result")) return FindKind("poi-list");
   if (Has(root, "traffic_pois")) return FindKind("route-addr-2");
+  if (Has(_quarn_vi::cJSON_GetObjectItem(root, "result"), "result_array")) return FindKind("area-multi");
+  if (Has(root, "center")) return FindKind("circum");
   if (IsRouteAddrFirstForm(root)) return FindKind("route-addr-1");
   if (Has(root, "errNo")) return FindKind("indoor");
   if (IsCityQuery(root)) return FindKind("city-query");
   if (IsEspecialQuery(root)) return FindKind("especial");
   // The district answer ("result", "current_city", "content" of one POI with
   // a geometry) has the shape of an area search answer: it needs --kind.
+  if (IsAreaSearch(root)) return FindKind("area");
   return nullptr;
 }
 

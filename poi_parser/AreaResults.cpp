@@ -1,0 +1,134 @@
+// The answers of searches inside an area of the map: the area search (one
+// page of places with the search's options, the current city, the hints and
+// the recognised place category, all beside "result" at the root) and the
+// multi-area search (one summary and one list of places per sub-search).
+#include <utility>
+
+#include "poi_parser/ParserSupport.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+using _quarn_vi::IsJsonArray;
+using _quarn_vi::IsJsonObject;
+using _quarn_vi::JsonElements;
+
+namespace {
+
+const CVString kPlaceParamKey = MakeKey("placeparam");
+const CVString kResultKey = MakeKey("result");
+const CVString kContentKey = MakeKey("content");
+const CVString kContKey = MakeKey("cont");
+
+// The most keys the area answer adds: eight options, "current_city",
+// "py_correct", "suggest_query", "placeparam", "count", "pois".
+constexpr int kMaxAreaKeys = 14;
+
+const FieldRow kAreaOptionRows[] = {
+    IntField("total"),
+    BoolField("op_gel"),
+    StringField("from"),
+    BoolField("op_addr"),
+    IntField("loc_attr"),
+    StringField("strategy"),
+    StringField("qid"),
+    IntField("rp_strategy"),
+};
+
+// "d_sort_rule" as text turned into a number: an empty text gives 0, any
+// other the value of the number it starts with ("x1" gives 0). Nothing is
+// stored when the member cannot be read as text.
+void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
+  CVString text;
+  if (!_quarn_vi::JsonReadText(member, &text)) return;
+  out.SetInt(key, text.IsEmpty() ? 0 : _quarn_vi::_wtoi(text.GetBuffer(0)));
+}
+
+const FieldRow kAreaPlaceParamRows[] = {
+    StringField("d_data_type", "type"),
+    StringField("d_sort_type", "sortkey"),
+    CustomField("d_sort_rule", "sortrule", ReadSortRule, 1),
+};
+
+// A sub-search summary; "op_gel" is an integer here, unlike in the answers'
+// own options.
+const FieldRow kSummaryRows[] = {
+    IntField("count"),
+    IntField("catalogID"),
+    IntField("op_gel"),
+    IntField("page_num"),
+    IntField("total"),
+    IntField("type"),
+    StringField("wd"),
+};
+
+// One sub-search's places: a bundle whose "cont" holds the POI records of
+// the inner array (possibly none); elements that are not arrays give no
+// list.
+int GetSubSearchPoisFromJson(cJSON* node, CVBundle& list) {
+  if (!IsJsonArray(node)) return 0;
+  CPoiJsonObjParser::BundleArray pois;
+  AppendRecords(node, pois, CPoiJsonObjParser::GetPoiContentFromJson);
+  list.SetBundleArray(kContKey, std::move(pois));
+  return 1;
+}
+
+}  // namespace
+
+// Refused only for a root or "result" that is not an object, with nothing
+// stored. Everything else is at the root; "place_info" of any type gives a
+// "placeparam", and "count" is always stored (0 without a "content" array).
+int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
+  static const FieldTable option_table(kAreaOptionRows);
+  static const FieldTable place_param_table(kAreaPlaceParamRows);
+  if (!IsJsonObject(root)) return 0;
+  cJSON* result = Member(root, "result");
+  if (!IsJsonObject(result)) return 0;
+  out.Reserve(out.GetCount() + kMaxAreaKeys);
+  option_table.Read(result, out);
+
+  StoreCurrentCityRecord(Member(root, "current_city"), out);
+  StoreHintRecords(root, SuggestStandsIn::kNo, out);
+
+  cJSON* place_info = Member(root, "place_info");
+  if (place_info != nullptr) {
+    CVBundle place_param;
+    place_param_table.Read(place_info, place_param);
+    out.SetBundle(kPlaceParamKey, std::move(place_param));
+  }
+
+  StorePoiPage(Member(root, "content"), PageCount::kAlways, out);
+  return 1;
+}
+
+// Refused, with nothing stored, for a root or "result" that is not an object,
+// a "result_array" that is not an array, or any element of it that is not an
+// object. "result" holds the summaries when there is at least one; "content"
+// holds one "cont" list per array element of a non-empty "content", other
+// elements skipped (so positions may shift), and is stored even when empty.
+int CPoiJsonObjParser::ParseAreaMultiSearchRst(cJSON* root, CVBundle& out) {
+  static const FieldTable summary_table(kSummaryRows);
+  if (!IsJsonObject(root)) return 0;
+  cJSON* result_array = Member(Member(root, "result"), "result_array");
+  if (!IsJsonArray(result_array)) return 0;
+
+  BundleArray summaries;
+  for (cJSON* element : JsonElements(result_array)) {
+    if (!IsJsonObject(element)) return 0;
+    CVBundle summary;
+    summary_table.Read(element, summary);
+    _quarn_vi::AppendByMove(summaries, summary);
+  }
+  out.Reserve(out.GetCount() + 2);
+  if (summaries.m_nSize >= 1) out.SetBundleArray(kResultKey, std::move(summaries));
+
+  cJSON* content = Member(root, "content");
+  if (JsonElements(content).empty()) return 1;
+  BundleArray lists;
+  AppendRecords(content, lists, GetSubSearchPoisFromJson);
+  out.SetBundleArray(kContentKey, std::move(lists));
+  return 1;
+}
+
+}  // namespace _quarn_framework

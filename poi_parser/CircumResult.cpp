@@ -1,0 +1,58 @@
+// The nearby (circum) answer: the places found around a centre, with the
+// search's options, the current city and the hints, and the centre itself as
+// a list of places. The centre is mandatory, but it is read last.
+#include <utility>
+
+#include "poi_parser/ParserSupport.h"
+#include "poi_parser/PoiJsonObjParser.h"
+
+namespace _quarn_framework {
+
+using namespace internal;
+using _quarn_vi::IsJsonArray;
+using _quarn_vi::IsJsonObject;
+
+namespace {
+
+const CVString kCenterPointsKey = MakeKey("center_points");
+
+// The most keys the answer adds: three options, "current_city",
+// "py_correct", "suggest_query", "count", "pois", "center_points".
+constexpr int kMaxCircumKeys = 9;
+
+const FieldRow kCircumOptionRows[] = {
+    IntField("total"),
+    BoolField("op_gel"),
+    BoolField("op_addr"),
+};
+
+}  // namespace
+
+// Refused with nothing stored for a root or "result" that is not an object.
+// "count" is stored only for a "content" array. A "center" that is not an
+// object, or whose "poi" is not an array, refuses the answer after the
+// options, hints and page of places have been stored; a centre without any
+// record is accepted without "center_points".
+int CPoiJsonObjParser::ParseCircumSearchRst(cJSON* root, CVBundle& out) {
+  static const FieldTable option_table(kCircumOptionRows);
+  if (!IsJsonObject(root)) return 0;
+  cJSON* result = Member(root, "result");
+  if (!IsJsonObject(result)) return 0;
+  out.Reserve(out.GetCount() + kMaxCircumKeys);
+  option_table.Read(result, out);
+
+  StoreCurrentCityRecord(Member(root, "current_city"), out);
+  StoreHintRecords(root, SuggestStandsIn::kNo, out);
+  StorePoiPage(Member(root, "content"), PageCount::kOnlyIfArray, out);
+
+  cJSON* center = Member(root, "center");
+  if (!IsJsonObject(center)) return 0;
+  cJSON* center_pois = Member(center, "poi");
+  if (!IsJsonArray(center_pois)) return 0;
+  BundleArray center_points;
+  AppendRecords(center_pois, center_points, GetPoiContentFromJson);
+  if (center_points.m_nSize >= 1) out.SetBundleArray(kCenterPointsKey, std::move(center_points));
+  return 1;
+}
+
+}  // namespace _quarn_framework
