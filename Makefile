@@ -15,8 +15,12 @@ PREFIX ?= /usr/local
 
 .PHONY: run test bench deps deps-test build build-test install clean
 
+# Each example is read with the arguments in examples/NAME.args, if any.
 run: build
-	@for f in $(EXAMPLES); do echo "== $$f"; ./$(RELEASE_DIR)/poiparse "$$f" || true; done
+	@for f in $(EXAMPLES); do \
+	  args=$$(cat "$${f%.json}.args" 2>/dev/null); \
+	  echo "== poiparse $$args $$f"; ./$(RELEASE_DIR)/poiparse $$args "$$f" || true; \
+	done
 
 test: build-test
 	cd $(TEST_DIR) && ctest --output-on-failure -j $(JOBS)

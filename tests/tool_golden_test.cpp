@@ -2,8 +2,9 @@
 //
 // For examples/NAME.json the expected standard output is tests/golden/NAME.out
 // and the expected exit status the number in tests/golden/NAME.status (0 when
-// the file is absent); tests/golden/NAME.args, when present, holds extra
-// arguments (one line). Set UPDATE_GOLDEN=1 to rewrite the .out files.
+// the file is absent); examples/NAME.args (or tests/golden/NAME.args), when
+// present, holds the arguments the example is read with (one line; `make run`
+// uses it too). Set UPDATE_GOLDEN=1 to rewrite the .out files.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -67,7 +68,10 @@ TEST(ToolGolden, EveryExampleMatchesItsGoldenOutput) {
   const std::string golden = std::string(SOURCE_DIR) + "/tests/golden/";
   for (const std::string& name : names) {
     SCOPED_TRACE(name);
-    std::string args = Exists(golden + name + ".args") ? FirstLine(golden + name + ".args") : "";
+    const std::string example_args = std::string(SOURCE_DIR) + "/examples/" + name + ".args";
+    std::string args = Exists(example_args)                ? FirstLine(example_args)
+                       : Exists(golden + name + ".args") ? FirstLine(golden + name + ".args")
+                                                         : "";
     Outcome outcome =
         RunTool(args + " " + std::string(SOURCE_DIR) + "/examples/" + name + ".json");
     int expected_status =

@@ -37,18 +37,19 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  // The operation and the list key are the two things to change for another
-  // kind of answer (e.g. ParsePoiListRst and "pois").
+  // The POI list answer: "count" elements were sent, "pois" holds the
+  // records that could be read. Absent keys read as 0 or null.
   CVBundle bundle;
-  int result = CPoiJsonObjParser::ParseCityList(root, bundle);
-  const CVString list_key("citys");
+  int result = CPoiJsonObjParser::ParsePoiListRst(root, bundle);
 
   std::cout << "result=" << result << "\n";
   std::cout << "count=" << bundle.GetInt(CVString("count")) << "\n";
-  const CVBundle::BundleArray* list = bundle.GetBundleArray(list_key);
-  if (list != nullptr && list->m_nSize > 0) {
-    const CVString* name = list->m_pData[0].GetString(CVString("name"));
+  const CVBundle::BundleArray* pois = bundle.GetBundleArray(CVString("pois"));
+  if (pois != nullptr && pois->m_nSize > 0) {
+    const CVBundle& first = pois->m_pData[0];
+    const CVString* name = first.GetString(CVString("name"));
     if (name != nullptr) std::cout << "first name=" << name->ToUtf8() << "\n";
+    std::cout << "first distance=" << first.GetInt(CVString("distance")) << "\n";
   }
 
   cJSON_Delete(root);  // the bundle holds copies; the tree may go now

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the library into a temporary prefix and builds the example client
 # against it twice: with CMake's find_package and with pkg-config. Both
-# clients must parse examples/city_list.json and print the expected keys.
+# clients must parse examples/poi_list.json and print the expected keys.
 #
 #   install_test.sh SOURCE_DIR
 set -eu
@@ -32,10 +32,11 @@ for f in lib/libpoiparser.a include/poi_parser/PoiJsonObjParser.h \
 done
 
 expected='result=1
-count=10
-first name=北京市'
+count=12
+first name=星巴克(三里屯太古里店)
+first distance=312'
 check_output() {
-  out=$("$1" "$src/examples/city_list.json") || fail "$1 exited with $?"
+  out=$("$1" "$src/examples/poi_list.json") || fail "$1 exited with $?"
   [ "$out" = "$expected" ] || fail "$1 printed:
 $out
 expected:
