@@ -88,6 +88,12 @@ std::vector<Input>& Inputs() {
     v.push_back({"poi_list_20", bench::PoiListAnswer(20, 1), 20, CPoiJsonObjParser::ParsePoiListRst, false});
     v.push_back({"poi_list_1000", bench::PoiListAnswer(1000, 2), 1000, CPoiJsonObjParser::ParsePoiListRst, false});
     v.push_back({"poi_list_10000", bench::PoiListAnswer(10000, 3), 10000, CPoiJsonObjParser::ParsePoiListRst, false});
+    v.push_back({"area_multi_5x10", bench::AreaMultiAnswer(5, 10, 4), 50, CPoiJsonObjParser::ParseAreaMultiSearchRst,
+                 false});
+    // Route answers: "POIs" are the candidate cities and places (6 + 10 + 8 + 4).
+    v.push_back({"route_addr_1", bench::RouteAddrFirstForm(2, 5), 28, CPoiJsonObjParser::ParseRouteAddrPHPUIRst, false});
+    v.push_back({"route_addr_2", bench::RouteAddrSecondForm(2, 6), 28, CPoiJsonObjParser::ParseRouteAddrPHPUI2Rst, true});
+    v.push_back({"indoor_200", bench::IndoorAnswer(200, 7), 200, CPoiJsonObjParser::ParsePoiIndoorRst, false});
     for (Input& input : v) input.tree = cJSON_ParseWithOpts(input.text.c_str(), nullptr, 1);
     return v;
   }();
@@ -185,6 +191,18 @@ AllocationFigures CountAllocations(const Input& input) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // --dump=NAME prints the generated input NAME (to look at, or to feed poiparse).
+  for (int i = 1; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--dump=", 7) != 0) continue;
+    for (const Input& input : Inputs()) {
+      if (input.name == argv[i] + 7) {
+        std::fwrite(input.text.data(), 1, input.text.size(), stdout);
+        return 0;
+      }
+    }
+    std::fprintf(stderr, "no input named %s\n", argv[i] + 7);
+    return 2;
+  }
   for (const Input& input : Inputs()) {
     benchmark::RegisterBenchmark(("parse/" + input.name).c_str(), BM_Parse, &input)->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark(("build/" + input.name).c_str(), BM_Build, &input)->Unit(benchmark::kMicrosecond);
