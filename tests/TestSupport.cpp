@@ -23,6 +23,15 @@ int Run(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::string& input, std::
   return result;
 }
 
+void ExpectCases(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::vector<OpCase>& cases) {
+  for (const OpCase& c : cases) {
+    SCOPED_TRACE(c.input);
+    std::string json;
+    EXPECT_EQ(Run(op, c.input, &json), c.result);
+    EXPECT_EQ(json, c.bundle);
+  }
+}
+
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   EXPECT_TRUE(in.good()) << "cannot read " << path;

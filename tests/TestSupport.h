@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "foundation/BundleJsonWriter.h"
 #include "poi_parser/PoiJsonObjParser.h"
@@ -21,6 +22,17 @@ std::string ToJson(const _quarn_vi::CVBundle& bundle);
 // Runs `op` on the parsed `input` into a fresh bundle; returns the result and
 // sets *json to the bundle's compact JSON.
 int Run(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::string& input, std::string* json);
+
+// One row of an operation's table: the answer, the expected result and the
+// expected bundle as compact JSON.
+struct OpCase {
+  std::string input;
+  int result;
+  std::string bundle;
+};
+
+// Runs `op` on every row's answer and checks its result and bundle.
+void ExpectCases(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::vector<OpCase>& cases);
 
 // Sets the text mode flag for the life of the object, then clears it.
 class TextModeScope {

@@ -12,25 +12,10 @@ namespace {
 using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
 
-struct Case {
-  const char* input;
-  int result;
-  const char* bundle;
-};
-
-void Check(int (*op)(cJSON*, CVBundle&), const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.input);
-    std::string json;
-    EXPECT_EQ(testing_support::Run(op, c.input, &json), c.result);
-    EXPECT_EQ(json, c.bundle);
-  }
-}
-
 TEST(AreaSearch, RefusesOnlyABadRootOrResult) {
   CVBundle bundle;
   EXPECT_EQ(CPoiJsonObjParser::ParseAreaSearchRst(nullptr, bundle), 0);
-  Check(CPoiJsonObjParser::ParseAreaSearchRst, {
+  testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaSearchRst, {
       {R"([{"result":{}}])", 0, "{}"},
       {R"({"content":[{}],"place_info":{}})", 0, "{}"},
       {R"({"result":[],"content":[{}],"current_city":{"code":1}})", 0, "{}"},
@@ -40,7 +25,7 @@ TEST(AreaSearch, RefusesOnlyABadRootOrResult) {
 }
 
 TEST(AreaSearch, OptionsHintsAndPageInTheirOrder) {
-  Check(CPoiJsonObjParser::ParseAreaSearchRst, {
+  testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaSearchRst, {
       {R"({"content":[{"name":"A"},3,{"name":"B"}],"place_info":{"d_sort_rule":"2"},)"
        R"("suggest_query":[{"query":"s"}],"psrs":{"SENum":1,"SEResult":["p"]},"current_city":{"code":131},)"
        R"("result":{"rp_strategy":3,"qid":"q","strategy":"st","loc_attr":2,"op_addr":1,"from":"f",)"
@@ -66,7 +51,7 @@ TEST(AreaSearch, OptionsHintsAndPageInTheirOrder) {
 // "d_sort_rule" is read as text and converted; "place_info" of any type gives
 // a "placeparam".
 TEST(AreaSearch, PlaceParametersAndSortRuleAsText) {
-  Check(CPoiJsonObjParser::ParseAreaSearchRst, {
+  testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaSearchRst, {
       {WITH_PLACE_INFO(R"({"d_data_type":"cater","d_sort_type":"dist","d_sort_rule":"12"})"), 1,
        PLACEPARAM(R"({"type":"cater","sortkey":"dist","sortrule":12})")},
       {WITH_PLACE_INFO(R"({"d_sort_rule":""})"), 1, PLACEPARAM(R"({"sortrule":0})")},
@@ -81,7 +66,7 @@ TEST(AreaSearch, PlaceParametersAndSortRuleAsText) {
 TEST(AreaMultiSearch, OneBadSummaryRefusesTheWholeAnswer) {
   CVBundle bundle;
   EXPECT_EQ(CPoiJsonObjParser::ParseAreaMultiSearchRst(nullptr, bundle), 0);
-  Check(CPoiJsonObjParser::ParseAreaMultiSearchRst, {
+  testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaMultiSearchRst, {
       {R"([])", 0, "{}"},
       {R"({"content":[[{}]]})", 0, "{}"},
       {R"({"result":{},"content":[[{}]]})", 0, "{}"},
@@ -92,7 +77,7 @@ TEST(AreaMultiSearch, OneBadSummaryRefusesTheWholeAnswer) {
 }
 
 TEST(AreaMultiSearch, SummariesAndSubSearchLists) {
-  Check(CPoiJsonObjParser::ParseAreaMultiSearchRst, {
+  testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaMultiSearchRst, {
       // "op_gel" is an integer in a summary.
       {R"({"result":{"result_array":[{"wd":"咖啡","type":1,"total":"20","page_num":0,"op_gel":true,)"
        R"("catalogID":7,"count":2,"x":1},{}]}})",

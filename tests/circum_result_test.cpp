@@ -2,30 +2,14 @@
 // mandatory centre, tested after everything else is stored.
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "TestSupport.h"
 
 namespace {
 
 using _quarn_framework::CPoiJsonObjParser;
-
-struct Case {
-  const char* input;
-  int result;
-  const char* bundle;
-};
-
-template <size_t N>
-void Check(const Case (&cases)[N]) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.input);
-    std::string json;
-    EXPECT_EQ(testing_support::Run(CPoiJsonObjParser::ParseCircumSearchRst, c.input, &json), c.result);
-    EXPECT_EQ(json, c.bundle);
-  }
-}
 
 #define OPTIONS R"("result":{"op_addr":0,"op_gel":1,"total":"4","from":"f"})"
 #define OPTION_KEYS R"("total":4,"op_gel":true,"op_addr":false)"
@@ -35,7 +19,7 @@ void Check(const Case (&cases)[N]) {
 TEST(CircumSearch, RefusalsKeepWhatWasStoredBefore) {
   _quarn_vi::CVBundle bundle;
   EXPECT_EQ(CPoiJsonObjParser::ParseCircumSearchRst(nullptr, bundle), 0);
-  const Case cases[] = {
+  const std::vector<testing_support::OpCase> cases = {
       {R"([{"result":{}}])", 0, "{}"},
       {R"({)" CENTER R"(,"content":[{}]})", 0, "{}"},
       // Without a usable centre the page is stored, then the answer refused.
@@ -45,11 +29,11 @@ TEST(CircumSearch, RefusalsKeepWhatWasStoredBefore) {
       {R"({)" OPTIONS R"(,"center":{"pois":[{}]}})", 0, "{" OPTION_KEYS "}"},
       {R"({)" OPTIONS R"(,"center":{"poi":{"name":"C"}}})", 0, "{" OPTION_KEYS "}"},
   };
-  Check(cases);
+  testing_support::ExpectCases(CPoiJsonObjParser::ParseCircumSearchRst, cases);
 }
 
 TEST(CircumSearch, CountCentreAndHints) {
-  const Case cases[] = {
+  const std::vector<testing_support::OpCase> cases = {
       {R"({"center":{"poi":[7,{"name":"C"}]},"content":[{"name":"A"},"x"],"suggest_query":[{"query":"s"}],)"
        R"("current_city":{"code":131,"level":12},)" OPTIONS "}",
        1,
@@ -64,7 +48,7 @@ TEST(CircumSearch, CountCentreAndHints) {
       {R"({"result":{},"psrs":{"SENum":2,"SEResult":[]},"suggest_query":{},)" CENTER "}", 1,
        R"({"py_correct":{"num":2},)" CENTER_KEY "}"},
   };
-  Check(cases);
+  testing_support::ExpectCases(CPoiJsonObjParser::ParseCircumSearchRst, cases);
 }
 
 }  // namespace

@@ -13,23 +13,8 @@ using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
 using P = CPoiJsonObjParser;
 
-struct Case {
-  const char* input;
-  int result;
-  const char* expected;
-};
-
-void RunCases(int (*op)(cJSON*, CVBundle&), const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.input);
-    std::string json;
-    EXPECT_EQ(testing_support::Run(op, c.input, &json), c.result);
-    EXPECT_EQ(json, c.expected);
-  }
-}
-
 TEST(CityQuery, DefaultLevelByCityType) {
-  RunCases(P::ParseCityQueryRst, {
+  testing_support::ExpectCases(P::ParseCityQueryRst, {
     {R"({"content":{}})", 1, R"({"type":0,"level":4})"},
     {R"({"content":{"city_type":1}})", 1, R"({"type":1,"level":11})"},
     {R"({"content":{"city_type":2}})", 1, R"({"type":2,"level":12})"},
@@ -44,7 +29,7 @@ TEST(CityQuery, DefaultLevelByCityType) {
 }
 
 TEST(CityQuery, FieldsCurrentCityAndRefusals) {
-  RunCases(P::ParseCityQueryRst, {
+  testing_support::ExpectCases(P::ParseCityQueryRst, {
     {R"({"content":{"level":3,"sup_lukuang":0,"pcname":"P","pccode":1,"uid":"u","geo":"g",)"
      R"("cname":"C","code":131,"city_type":2,"sup_bus":1,"sup_business_area":true,"sup_subway":"0"}})",
      1,
@@ -64,7 +49,7 @@ TEST(CityQuery, FieldsCurrentCityAndRefusals) {
 }
 
 TEST(CityQuery, AddressRecord) {
-  RunCases(P::GetAddrContentFromJson, {
+  testing_support::ExpectCases(P::GetAddrContentFromJson, {
     {R"({"precise":"2","name":"N","geo":"g","addr":"A","address":"X"})", 1,
      R"({"address":"A","geo":"g","name":"N","precise":2})"},
     {R"({"addr":5,"precise":"x"})", 1, R"({"address":"5"})"},

@@ -13,21 +13,6 @@ using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
 using P = CPoiJsonObjParser;
 
-struct Case {
-  std::string input;
-  int result;
-  const char* expected;
-};
-
-void RunCases(int (*op)(cJSON*, CVBundle&), const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.input);
-    std::string json;
-    EXPECT_EQ(testing_support::Run(op, c.input, &json), c.result);
-    EXPECT_EQ(json, c.expected);
-  }
-}
-
 // A district answer with a current city of level 12 and the given "content".
 std::string District(const std::string& content) {
   return R"({"result":{},"current_city":{"code":131,"level":12},"content":)" + content + "}";
@@ -36,7 +21,7 @@ std::string District(const std::string& content) {
 #define CITY R"("current_city":{"code":131,"level":12})"
 
 TEST(District, PositionLevelAndCurrentCity) {
-  RunCases(P::ParseDistrictRst, {
+  testing_support::ExpectCases(P::ParseDistrictRst, {
     // The quotient is truncated toward zero before it becomes a double.
     {District(R"([{"geo":"1|199,-150;"}])"), 1, "{" CITY R"(,"level":12,"x":1.0,"y":-1.0})"},
     {District(R"([{"geo":"12936099.87,4838452.16;5,6|7,8"}])"), 1,
@@ -56,7 +41,7 @@ TEST(District, PositionLevelAndCurrentCity) {
 }
 
 TEST(District, RefusalsKeepTheCurrentCity) {
-  RunCases(P::ParseDistrictRst, {
+  testing_support::ExpectCases(P::ParseDistrictRst, {
     {R"({"current_city":{"level":12},"content":[{"geo":"1|5,6"}]})", 0, "{}"},
     {R"({"result":[],"current_city":{"level":12},"content":[{"geo":"1|5,6"}]})", 0, "{}"},
     {R"([{"result":{}}])", 0, "{}"},
@@ -75,7 +60,7 @@ TEST(District, RefusalsKeepTheCurrentCity) {
 }
 
 TEST(EspecialQuery, SplitsThePositionAtTheFirstComma) {
-  RunCases(P::ParseEspecialQueryRst, {
+  testing_support::ExpectCases(P::ParseEspecialQueryRst, {
     {R"({"content":["1.5,2.25","12"]})", 1, R"({"x":1.5,"y":2.25,"level":12})"},
     {R"({"content":["1.5,2.5,3","12abc","ignored"]})", 1, R"({"x":1.5,"y":2.5,"level":12})"},
     {R"({"content":[",-7","x"]})", 1, R"({"x":0.0,"y":-7.0,"level":0})"},
@@ -87,7 +72,7 @@ TEST(EspecialQuery, SplitsThePositionAtTheFirstComma) {
 }
 
 TEST(EspecialQuery, RefusalsStoreNothing) {
-  RunCases(P::ParseEspecialQueryRst, {
+  testing_support::ExpectCases(P::ParseEspecialQueryRst, {
     {R"({"content":["1,2"]})", 0, "{}"},
     {R"({"content":[]})", 0, "{}"},
     {R"({"content":"1,2"})", 0, "{}"},

@@ -12,26 +12,11 @@ using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
 using P = CPoiJsonObjParser;
 
-struct Case {
-  const char* input;
-  int result;
-  const char* expected;
-};
-
-void RunCases(int (*op)(cJSON*, CVBundle&), const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.input);
-    std::string json;
-    EXPECT_EQ(testing_support::Run(op, c.input, &json), c.result);
-    EXPECT_EQ(json, c.expected);
-  }
-}
-
 #define DATA R"("data":{"page_num":1,"poi_num":2,"poi_list":[{"name":"A"}]})"
 #define NO_FLAGS R"("t_flag":false,"w_flag":false,"p_flag":false)"
 
 TEST(Indoor, ServiceErrorsBecomeClientCodes) {
-  RunCases(P::ParsePoiIndoorRst, {
+  testing_support::ExpectCases(P::ParsePoiIndoorRst, {
     // An error status never reads "data".
     {R"({"errNo":5,)" DATA "}", 1, R"({"errNo":11})"},
     {R"({"errNo":1,"Msg":"invalid bid: 12",)" DATA "}", 1, R"({"errNo":601})"},
@@ -53,7 +38,7 @@ TEST(Indoor, ServiceErrorsBecomeClientCodes) {
 }
 
 TEST(Indoor, PageAndPoiList) {
-  RunCases(P::ParsePoiIndoorRst, {
+  testing_support::ExpectCases(P::ParsePoiIndoorRst, {
     {R"({"errNo":0,)" DATA "}", 1,
      R"({"page_num":1,"poi_num":2,"poi_list":[{"name":"A",)" NO_FLAGS "}]}"},
     {R"({"errNo":0,"data":{"poi_list":[],"poi_num":0,"page_num":1}})", 1,
@@ -66,7 +51,7 @@ TEST(Indoor, PageAndPoiList) {
 }
 
 TEST(Indoor, PoiRecord) {
-  RunCases(P::GetIndoorPoiContentFromJson, {
+  testing_support::ExpectCases(P::GetIndoorPoiContentFromJson, {
     {R"({"twp":"3","uid":"u","tuan_nums":"2","tag":"t","star_level":"45","pt_y":"2.5","pt_x":"1.5",)"
      R"("price":"38","poi_rank":"1","phone":"p","name":"n","floor":"F1","discount":"d","cid":"c",)"
      R"("qx_id":"q","address":"a"})",
@@ -82,7 +67,7 @@ TEST(Indoor, PoiRecord) {
 }
 
 TEST(Indoor, TwpFlags) {
-  RunCases(P::GetIndoorPoiContentFromJson, {
+  testing_support::ExpectCases(P::GetIndoorPoiContentFromJson, {
     {R"({"twp":"5"})", 1, R"({"t_flag":true,"w_flag":false,"p_flag":true})"},
     {R"({"twp":"6"})", 1, R"({"t_flag":false,"w_flag":true,"p_flag":true})"},
     {R"({"twp":"8"})", 1, "{" NO_FLAGS "}"},
