@@ -41,6 +41,16 @@ class TextModeScope {
   ~TextModeScope() { _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0; }
 };
 
+// What a run of the built poiparse gave.
+struct ToolOutcome {
+  std::string out;  // standard output
+  std::string err;  // standard error
+  int status;       // exit status, -1 when it did not exit normally
+};
+
+// Runs `poiparse ARGS` with `input` on standard input.
+ToolOutcome RunTool(const std::string& args, const std::string& input = "");
+
 // Reads a whole file; fails the test when it cannot.
 std::string ReadFile(const std::string& path);
 

@@ -1,7 +1,6 @@
 // poiparse as a process: exit codes, input sources and error messages.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,53 +8,26 @@
 #include <fstream>
 #include <string>
 
+#include "TestSupport.h"
+
 namespace {
 
-struct Outcome {
-  std::string out;
-  std::string err;
-  int status;
-};
-
-// Runs `poiparse ARGS` with `input` on standard input.
-Outcome Tool(const std::string& args, const std::string& input = "") {
-  // Tests run in parallel processes: every call gets files of its own.
-  static int calls = 0;
-  const std::string stem = testing::TempDir() + "poiparse_" + std::to_string(getpid()) + "_" + std::to_string(++calls);
-  const std::string in = stem + ".in";
-  const std::string err = stem + ".err";
-  std::ofstream(in, std::ios::binary) << input;
-  std::string command = std::string(POIPARSE_PATH) + " " + args + " <" + in + " 2>" + err;
-  Outcome outcome{"", "", -1};
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return outcome;
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) outcome.out.append(buf, n);
-  int status = pclose(pipe);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  {
-    std::ifstream e(err, std::ios::binary);
-    outcome.err.assign(std::istreambuf_iterator<char>(e), std::istreambuf_iterator<char>());
-  }
-  std::remove(in.c_str());
-  std::remove(err.c_str());
-  return outcome;
-}
+using testing_support::RunTool;
+using testing_support::ToolOutcome;
 
 const char kGoodCityList[] = R"({"result": {"error": 0}, "traffic_citys": {"contents": [{"code": 1}]}})";
 
 TEST(ToolCli, ReadsStandardInputAndPrintsCompactly) {
-  Outcome o = Tool("--compact", kGoodCityList);
+  ToolOutcome o = RunTool("--compact", kGoodCityList);
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.out,
             "{\"kind\":\"city-list\",\"result\":1,\"bundle\":{\"count\":1,\"citys\":[{\"code\":1}],"
             "\"current_null\":true}}\n");
-  EXPECT_EQ(Tool("--compact -", kGoodCityList).out, o.out);
+  EXPECT_EQ(RunTool("--compact -", kGoodCityList).out, o.out);
 }
 
 TEST(ToolCli, ARefusedAnswerPrintsItsBundleAndExitsOne) {
-  Outcome o = Tool("--compact", R"({"result": {"error": 3}, "traffic_citys": {}})");
+  ToolOutcome o = RunTool("--compact", R"({"result": {"error": 3}, "traffic_citys": {}})");
   EXPECT_EQ(o.status, 1);
   EXPECT_EQ(o.out, "{\"kind\":\"city-list\",\"result\":0,\"bundle\":{}}\n");
 }
@@ -78,7 +50,7 @@ TEST(ToolCli, ErrorsExitTwoWithAMessage) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args + std::string(" <<< ") + c.input);
-    Outcome o = Tool(c.args, c.input);
+    ToolOutcome o = RunTool(c.args, c.input);
     EXPECT_EQ(o.status, 2);
     EXPECT_NE(o.err.find(c.message), std::string::npos) << o.err;
     EXPECT_EQ(o.out, "");
@@ -86,7 +58,7 @@ TEST(ToolCli, ErrorsExitTwoWithAMessage) {
 }
 
 TEST(ToolCli, AnExplicitKindReadsRecordsToo) {
-  Outcome o = Tool("--kind city-info --compact", R"({"code": 7, "name": "x"})");
+  ToolOutcome o = RunTool("--kind city-info --compact", R"({"code": 7, "name": "x"})");
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.out, "{\"kind\":\"city-info\",\"result\":1,\"bundle\":{\"code\":7,\"name\":\"x\"}}\n");
 }
@@ -98,8 +70,8 @@ TEST(ToolCli, JsonlBatchesKeepInputOrderOnAnyNumberOfThreads) {
              R"(}, "traffic_citys": {"contents": [{"code": )" + std::to_string(i) + "}]}}\n";
     if (i == 17) lines += "\n{\"result\": [1,}\n";  // a blank line, then invalid JSON
   }
-  Outcome one = Tool("--jsonl -j 1", lines);
-  Outcome two = Tool("--jsonl -j 2", lines);
+  ToolOutcome one = RunTool("--jsonl -j 1", lines);
+  ToolOutcome two = RunTool("--jsonl -j 2", lines);
   EXPECT_EQ(one.status, 2);
   EXPECT_EQ(two.status, 2);
   EXPECT_EQ(one.out, two.out);
@@ -114,23 +86,23 @@ TEST(ToolCli, JsonlBatchesKeepInputOrderOnAnyNumberOfThreads) {
 TEST(ToolCli, ManyFilesGiveOneAnswerEach) {
   const std::string path = testing::TempDir() + "poiparse_good_" + std::to_string(getpid()) + ".json";
   std::ofstream(path) << kGoodCityList;
-  Outcome o = Tool("--compact " + path + " - " + path, R"({"result": {"error": 2}, "traffic_citys": {}})");
+  ToolOutcome o = RunTool("--compact " + path + " - " + path, R"({"result": {"error": 2}, "traffic_citys": {}})");
   EXPECT_EQ(o.status, 1);
   EXPECT_EQ(std::count(o.out.begin(), o.out.end(), '\n'), 3);
   EXPECT_NE(o.err.find("3 answers: 2 accepted, 1 refused"), std::string::npos) << o.err;
 }
 
 TEST(ToolCli, ColorOnlyWhenAskedOrOnATerminal) {
-  EXPECT_EQ(Tool("--compact", kGoodCityList).out.find("\x1b["), std::string::npos);
-  EXPECT_NE(Tool("--compact --color always", kGoodCityList).out.find("\x1b["), std::string::npos);
-  EXPECT_EQ(Tool("--color sometimes", kGoodCityList).status, 2);
+  EXPECT_EQ(RunTool("--compact", kGoodCityList).out.find("\x1b["), std::string::npos);
+  EXPECT_NE(RunTool("--compact --color always", kGoodCityList).out.find("\x1b["), std::string::npos);
+  EXPECT_EQ(RunTool("--color sometimes", kGoodCityList).status, 2);
 }
 
 TEST(ToolCli, HelpVersionAndKinds) {
-  EXPECT_EQ(Tool("--help").status, 0);
-  EXPECT_NE(Tool("--help").out.find("usage: poiparse"), std::string::npos);
-  EXPECT_NE(Tool("--version").out.find("poiparse"), std::string::npos);
-  EXPECT_NE(Tool("--list-kinds").out.find("city-list"), std::string::npos);
+  EXPECT_EQ(RunTool("--help").status, 0);
+  EXPECT_NE(RunTool("--help").out.find("usage: poiparse"), std::string::npos);
+  EXPECT_NE(RunTool("--version").out.find("poiparse"), std::string::npos);
+  EXPECT_NE(RunTool("--list-kinds").out.find("city-list"), std::string::npos);
 }
 
 }  // namespace

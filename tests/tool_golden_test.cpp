@@ -7,9 +7,7 @@
 // uses it too). Set UPDATE_GOLDEN=1 to rewrite the .out files.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
 #include <fstream>
@@ -19,24 +17,6 @@
 #include "TestSupport.h"
 
 namespace {
-
-struct Outcome {
-  std::string out;
-  int status;
-};
-
-Outcome RunTool(const std::string& args) {
-  std::string command = std::string(POIPARSE_PATH) + " " + args + " 2>/dev/null";
-  FILE* pipe = popen(command.c_str(), "r");
-  Outcome outcome{"", -1};
-  if (pipe == nullptr) return outcome;
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) outcome.out.append(buf, n);
-  int status = pclose(pipe);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return outcome;
-}
 
 std::vector<std::string> ExampleNames() {
   std::vector<std::string> names;
@@ -72,8 +52,8 @@ TEST(ToolGolden, EveryExampleMatchesItsGoldenOutput) {
     std::string args = Exists(example_args)                ? FirstLine(example_args)
                        : Exists(golden + name + ".args") ? FirstLine(golden + name + ".args")
                                                          : "";
-    Outcome outcome =
-        RunTool(args + " " + std::string(SOURCE_DIR) + "/examples/" + name + ".json");
+    testing_support::ToolOutcome outcome =
+        testing_support::RunTool(args + " " + std::string(SOURCE_DIR) + "/examples/" + name + ".json");
     int expected_status =
         Exists(golden + name + ".status") ? std::atoi(FirstLine(golden + name + ".status").c_str()) : 0;
     if (std::getenv("UPDATE_GOLDEN") != nullptr) {
