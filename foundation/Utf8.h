@@ -97,14 +97,17 @@ inline size_t DecodeUtf8(const unsigned char* s, size_t n, unsigned short* out) 
       ++i;
       continue;
     }
-    if ((b & 0xF0) == 0xE0 && i + 2 < n && (s[i + 1] & 0xC0) == 0x80 && (s[i + 2] & 0xC0) == 0x80) {
-      uint32_t cp = (static_cast<uint32_t>(b & 0x0F) << 12) | (static_cast<uint32_t>(s[i + 1] & 0x3F) << 6) |
-                    (s[i + 2] & 0x3F);
-      if (cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF)) {  // not overlong, not a surrogate
+    if ((b & 0xF0) == 0xE0) {
+      // A run of three-byte characters (CJK text) stays in this loop.
+      size_t start = o;
+      while (i + 2 < n && (s[i] & 0xF0) == 0xE0 && (s[i + 1] & 0xC0) == 0x80 && (s[i + 2] & 0xC0) == 0x80) {
+        uint32_t cp = (static_cast<uint32_t>(s[i] & 0x0F) << 12) |
+                      (static_cast<uint32_t>(s[i + 1] & 0x3F) << 6) | (s[i + 2] & 0x3F);
+        if (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF)) break;  // overlong or a surrogate
         out[o++] = static_cast<unsigned short>(cp);
         i += 3;
-        continue;
       }
+      if (o != start) continue;
     }
     uint32_t cp = 0;
     int subpart = 0;

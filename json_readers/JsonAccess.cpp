@@ -38,41 +38,46 @@ cJSON* cJSON_GetArrayItem(cJSON* node, int index) {
 
 // ---- JsonMemberTable ----------------------------------------------------------
 
+JsonMemberTable::NameKey JsonMemberTable::KeyOf(const char* name, size_t length) {
+  NameKey key{0, 0, static_cast<uint32_t>(length)};
+  if (length >= 8) {
+    std::memcpy(&key.head, name, 8);
+    std::memcpy(&key.tail, name + length - 8, 8);
+  } else if (length >= 4) {
+    uint32_t head, tail;
+    std::memcpy(&head, name, 4);
+    std::memcpy(&tail, name + length - 4, 4);
+    key.head = head;
+    key.tail = tail;
+  } else if (length > 0) {
+    const unsigned char* u = reinterpret_cast<const unsigned char*>(name);
+    key.head = u[0] | (static_cast<uint64_t>(u[length / 2]) << 8) | (static_cast<uint64_t>(u[length - 1]) << 16);
+  }
+  return key;
+}
+
 JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
+  uint32_t slots = 8;
+  while (slots < static_cast<uint32_t>(count) * 2) slots *= 2;
+  m_index.assign(slots, 0);
+  m_mask = slots - 1;
   m_names.reserve(static_cast<size_t>(count));
   for (int i = 0; i < count; ++i) {
-    Name name{names[i], -1};
-    for (int j = 0; j < i; ++j) {
-      if (std::strcmp(names[j], names[i]) == 0) {
-        name.same_as = m_names[static_cast<size_t>(j)].same_as >= 0 ? m_names[static_cast<size_t>(j)].same_as : j;
+    Name name{names[i], KeyOf(names[i], std::strlen(names[i])), -1};
+    for (uint32_t slot = HashOf(name.key) & m_mask;; slot = (slot + 1) & m_mask) {
+      if (m_index[slot] == 0) {
+        m_index[slot] = static_cast<uint16_t>(i + 1);
+        break;
+      }
+      const Name& other = m_names[m_index[slot] - 1u];
+      if (std::strcmp(other.text, name.text) == 0) {
+        name.same_as = m_index[slot] - 1;
         break;
       }
     }
     m_names.push_back(name);
   }
-  // Counting sort of the distinct names by bucket.
-  uint16_t counts[kBuckets] = {};
-  for (const Name& name : m_names) {
-    if (name.same_as < 0) ++counts[Bucket(name.text)];
-  }
-  for (int b = 0; b < kBuckets; ++b) m_bucketStart[b + 1] = static_cast<uint16_t>(m_bucketStart[b] + counts[b]);
-  m_candidates.assign(m_bucketStart[kBuckets], 0);
-  uint16_t fill[kBuckets];
-  std::memcpy(fill, m_bucketStart, sizeof(fill));
-  for (int i = 0; i < count; ++i) {
-    if (m_names[static_cast<size_t>(i)].same_as < 0) {
-      m_candidates[fill[Bucket(m_names[static_cast<size_t>(i)].text)]++] = static_cast<uint16_t>(i);
-    }
-  }
 }
-
-namespace {
-
-// libc's strcmp compares a word or a vector at a time without reading past
-// the terminator's page: faster than a byte loop for names of 5 to 25 bytes.
-inline bool SameName(const char* a, const char* b) { return a[0] == b[0] && std::strcmp(a, b) == 0; }
-
-}  // namespace
 
 void JsonMemberTable::Gather(cJSON* object, cJSON** slots) const {
   const int count = Count();
@@ -81,10 +86,13 @@ void JsonMemberTable::Gather(cJSON* object, cJSON** slots) const {
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
     const char* name = m->string;
     if (name == nullptr) continue;
-    unsigned bucket = Bucket(name);
-    for (unsigned c = m_bucketStart[bucket], end = m_bucketStart[bucket + 1]; c < end; ++c) {
-      int f = m_candidates[c];
-      if (SameName(m_names[static_cast<size_t>(f)].text, name)) {
+    size_t length = std::strlen(name);
+    NameKey key = KeyOf(name, length);
+    for (uint32_t slot = HashOf(key) & m_mask; m_index[slot] != 0; slot = (slot + 1) & m_mask) {
+      int f = m_index[slot] - 1;
+      const Name& candidate = m_names[static_cast<size_t>(f)];
+      // Names longer than 16 bytes also compare their middle bytes.
+      if (candidate.key == key && (length <= 16 || std::memcmp(candidate.text + 8, name + 8, length - 16) == 0)) {
         if (slots[f] == nullptr) slots[f] = m;  // the first of duplicates wins
         break;
       }

@@ -98,22 +98,29 @@ class JsonMemberTable {
   void Gather(cJSON* object, cJSON** slots) const;
 
  private:
-  // Names are bucketed by their first two bytes; a member's name is compared
-  // with the few table names of its bucket only, without hashing it.
-  static constexpr int kBuckets = 64;
-  static unsigned Bucket(const char* name) {
-    unsigned char c0 = static_cast<unsigned char>(name[0]);
-    unsigned char c1 = c0 != 0 ? static_cast<unsigned char>(name[1]) : 0;
-    return (c0 * 7u + c1) & (kBuckets - 1);
+  // A name as its length and its first and last bytes (up to eight each):
+  // for names of at most 16 bytes that is the whole name, so a member's name
+  // is matched by comparing three words, without a string comparison.
+  struct NameKey {
+    uint64_t head;
+    uint64_t tail;
+    uint32_t length;
+    bool operator==(const NameKey& o) const { return length == o.length && head == o.head && tail == o.tail; }
+  };
+  static NameKey KeyOf(const char* name, size_t length);
+  static uint32_t HashOf(const NameKey& key) {
+    uint64_t x = (key.head * 0x9E3779B97F4A7C15ULL) ^ (key.tail * 0xC2B2AE3D27D4EB4FULL) ^ key.length;
+    return static_cast<uint32_t>(x >> 32);
   }
 
   struct Name {
     const char* text;
+    NameKey key;
     int same_as;  // index of an earlier equal name, or -1
   };
   std::vector<Name> m_names;
-  uint16_t m_bucketStart[kBuckets + 1] = {};  // candidates of bucket b: [start[b], start[b+1])
-  std::vector<uint16_t> m_candidates;          // name indexes, grouped by bucket
+  std::vector<uint16_t> m_index;  // open addressing by HashOf: name index + 1, 0 = free
+  uint32_t m_mask = 0;
 };
 
 // ---- Scalar reads -----------------------------------------------------------
