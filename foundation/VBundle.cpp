@@ -66,10 +66,10 @@ inline uint32_t KeyHash(const CVString& key) {
 
 }  // namespace
 
+// One key and its value: 64 bytes. The value's type lives in the block's
+// type array, beside the entries, so that an entry fills a cache line.
 struct CVBundle::Entry {
   CVString key;
-  uint32_t hash;
-  uint8_t type;
   union {
     int i;
     double d;
@@ -84,9 +84,9 @@ struct CVBundle::Entry {
   CVBundle& Bun() { return *std::launder(reinterpret_cast<CVBundle*>(b)); }
   const CVBundle& Bun() const { return *std::launder(reinterpret_cast<const CVBundle*>(b)); }
 
-  // Copies the value of `other` (the key is the caller's business).
-  void CopyValueFrom(const Entry& other) noexcept {
-    type = other.type;
+  // Copies the value of `other`, of type `type` (the key is the caller's
+  // business).
+  void CopyValueFrom(const Entry& other, uint8_t type) noexcept {
     switch (type) {
       case kString:
         new (s) CVString(other.Str());
@@ -108,7 +108,7 @@ struct CVBundle::Entry {
     }
   }
 
-  void DestroyValue() noexcept {
+  void DestroyValue(uint8_t type) noexcept {
     switch (type) {
       case kString:
         Str().~CVString();
@@ -128,11 +128,12 @@ struct CVBundle::Entry {
   }
 };
 
-// The entry block: this header, `capacity` entry slots, then, for blocks of
-// more than kLinearCapacity slots, an open addressing index of the entries by
-// key hash (entry position + 1, 0 for a free slot), at least twice as large
-// as the capacity, so that a lookup costs a probe or two whatever the
-// bundle's size. Small blocks compare the stored hashes in turn.
+// The entry block: this header, `capacity` entries, their value types (one
+// byte each), then, for blocks of more than kLinearCapacity entries, an open
+// addressing index of the entries by key hash (entry position + 1, 0 for a
+// free slot), at least twice as large as the capacity, so that a lookup
+// costs a probe or two whatever the bundle's size. Small blocks compare the
+// keys in turn.
 struct alignas(CVBundle::Entry) CVBundle::Rep {
   std::atomic<int> refs;
   int size;
@@ -141,18 +142,19 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
 
   Entry* entries() { return reinterpret_cast<Entry*>(this + 1); }
   const Entry* entries() const { return reinterpret_cast<const Entry*>(this + 1); }
-  uint16_t* index() { return reinterpret_cast<uint16_t*>(entries() + capacity); }
-  const uint16_t* index() const { return reinterpret_cast<const uint16_t*>(entries() + capacity); }
+  uint8_t* types() { return reinterpret_cast<uint8_t*>(entries() + capacity); }
+  const uint8_t* types() const { return reinterpret_cast<const uint8_t*>(entries() + capacity); }
+  uint16_t* index() { return reinterpret_cast<uint16_t*>(types() + ((capacity + 1) & ~1)); }
+  const uint16_t* index() const { return reinterpret_cast<const uint16_t*>(types() + ((capacity + 1) & ~1)); }
 
   // The index holds positions + 1 in 16 bits.
   static constexpr int kMaxCapacity = 65535;
-
   static constexpr int kLinearCapacity = 8;
   bool HasIndex() const { return capacity > kLinearCapacity; }
 
   static uint32_t IndexSlots(int capacity) {
     if (capacity <= kLinearCapacity) return 0;
-    uint32_t slots = 8;
+    uint32_t slots = 16;
     while (slots < static_cast<uint32_t>(capacity) * 2) slots *= 2;
     return slots;
   }
@@ -160,7 +162,8 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   static Rep* New(int capacity) {
     if (capacity > kMaxCapacity) throw std::length_error("CVBundle: too many keys");
     uint32_t slots = IndexSlots(capacity);
-    size_t bytes = sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity) + sizeof(uint16_t) * slots;
+    size_t bytes = sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity) +
+                   static_cast<size_t>((capacity + 1) & ~1) + sizeof(uint16_t) * slots;
     Rep* rep = static_cast<Rep*>(::operator new(bytes));
     new (&rep->refs) std::atomic<int>(1);
     rep->size = 0;
@@ -172,7 +175,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
 
   static void Destroy(Rep* rep) noexcept {
     for (int i = 0; i < rep->size; ++i) {
-      rep->entries()[i].DestroyValue();
+      rep->entries()[i].DestroyValue(rep->types()[i]);
       rep->entries()[i].key.~CVString();
     }
     ::operator delete(rep);
@@ -186,28 +189,27 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     }
   }
 
-  // The entry of `key` (whose hash is `hash`), or null.
-  Entry* Find(const CVString& key, uint32_t hash) {
+  // The position of `key` (whose hash is `hash`), or -1.
+  int Find(const CVString& key, uint32_t hash) const {
+    const Entry* e = entries();
     if (!HasIndex()) {
-      Entry* e = entries();
       for (int i = 0; i < size; ++i) {
-        if (e[i].hash == hash && e[i].key == key) return &e[i];
+        if (e[i].key == key) return i;
       }
-      return nullptr;
+      return -1;
     }
     const uint16_t* slots = index();
     for (uint32_t slot = hash & index_mask;; slot = (slot + 1) & index_mask) {
       uint16_t position = slots[slot];
-      if (position == 0) return nullptr;
-      Entry* e = &entries()[position - 1];
-      if (e->hash == hash && e->key == key) return e;
+      if (position == 0) return -1;
+      if (e[position - 1].key == key) return position - 1;
     }
   }
 
-  void IndexEntry(int position) {
+  void IndexEntry(int position, uint32_t hash) {
     if (!HasIndex()) return;
     uint16_t* slots = index();
-    uint32_t slot = entries()[position].hash & index_mask;
+    uint32_t slot = hash & index_mask;
     while (slots[slot] != 0) slot = (slot + 1) & index_mask;
     slots[slot] = static_cast<uint16_t>(position + 1);
   }
@@ -215,7 +217,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   void RebuildIndex() {
     if (!HasIndex()) return;
     std::memset(index(), 0, sizeof(uint16_t) * (index_mask + 1));
-    for (int i = 0; i < size; ++i) IndexEntry(i);
+    for (int i = 0; i < size; ++i) IndexEntry(i, KeyHash(entries()[i].key));
   }
 
   // A copy of `rep` with room for `capacity` entries.
@@ -224,8 +226,8 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     for (int i = 0; i < rep->size; ++i) {
       Entry* e = &copy->entries()[i];
       new (&e->key) CVString(rep->entries()[i].key);
-      e->hash = rep->entries()[i].hash;
-      e->CopyValueFrom(rep->entries()[i]);
+      e->CopyValueFrom(rep->entries()[i], rep->types()[i]);
+      copy->types()[i] = rep->types()[i];
     }
     copy->size = rep->size;
     copy->RebuildIndex();
@@ -237,6 +239,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     Rep* bigger = New(capacity);
     std::memcpy(static_cast<void*>(bigger->entries()), static_cast<const void*>(rep->entries()),
                 sizeof(Entry) * static_cast<size_t>(rep->size));
+    std::memcpy(bigger->types(), rep->types(), static_cast<size_t>(rep->size));
     bigger->size = rep->size;
     bigger->RebuildIndex();
     ::operator delete(rep);
@@ -283,53 +286,53 @@ void CVBundle::Reserve(int count) {
   if (count > m_rep->capacity) m_rep = Rep::Grow(m_rep, count);
 }
 
-CVBundle::Entry* CVBundle::Find(const CVString& key) const {
+CVBundle::Entry* CVBundle::Find(const CVString& key, ValueType type) const {
   if (m_rep == nullptr) return nullptr;
-  return m_rep->Find(key, KeyHash(key));
+  int position = m_rep->Find(key, KeyHash(key));
+  if (position < 0 || m_rep->types()[position] != type) return nullptr;
+  return &m_rep->entries()[position];
 }
 
-CVBundle::Entry* CVBundle::Slot(const CVString& key) {
+int CVBundle::ContainsKey(const CVString& key) const {
+  return m_rep != nullptr && m_rep->Find(key, KeyHash(key)) >= 0;
+}
+
+CVBundle::Entry* CVBundle::Slot(const CVString& key, ValueType type) {
   Detach();
   uint32_t hash = KeyHash(key);
-  if (m_rep != nullptr) {
-    if (Entry* e = m_rep->Find(key, hash)) {
-      e->DestroyValue();
-      e->type = kInt;
-      e->i = 0;
-      return e;
-    }
+  int position = m_rep != nullptr ? m_rep->Find(key, hash) : -1;
+  if (position >= 0) {
+    Entry* e = &m_rep->entries()[position];
+    e->DestroyValue(m_rep->types()[position]);
+    m_rep->types()[position] = static_cast<uint8_t>(type);
+    return e;
   }
   if (m_rep == nullptr) {
     m_rep = Rep::New(4);
   } else if (m_rep->size == m_rep->capacity) {
     m_rep = Rep::Grow(m_rep, m_rep->capacity * 2);
   }
-  int position = m_rep->size;
+  position = m_rep->size;
   Entry* e = &m_rep->entries()[position];
   new (&e->key) CVString(key);
-  e->hash = hash;
-  e->type = kInt;
-  e->i = 0;
+  m_rep->types()[position] = static_cast<uint8_t>(type);
   ++m_rep->size;
-  m_rep->IndexEntry(position);
+  m_rep->IndexEntry(position, hash);
   return e;
 }
 
 void CVBundle::SetInt(const CVString& key, int value) {
-  Entry* e = Slot(key);
-  e->type = kInt;
+  Entry* e = Slot(key, kInt);
   e->i = value;
 }
 
 void CVBundle::SetBool(const CVString& key, int value) {
-  Entry* e = Slot(key);
-  e->type = kBool;
+  Entry* e = Slot(key, kBool);
   e->i = value != 0 ? 1 : 0;
 }
 
 void CVBundle::SetDouble(const CVString& key, double value) {
-  Entry* e = Slot(key);
-  e->type = kDouble;
+  Entry* e = Slot(key, kDouble);
   e->d = value;
 }
 
@@ -342,9 +345,8 @@ void CVBundle::SetString(const CVString& key, const CVString& value) {
 // An rvalue cannot live in this bundle (its getters give const access only),
 // so it moves straight into the entry.
 void CVBundle::SetString(const CVString& key, CVString&& value) {
-  Entry* e = Slot(key);
+  Entry* e = Slot(key, kString);
   new (e->s) CVString(std::move(value));
-  e->type = kString;
 }
 
 void CVBundle::SetBundle(const CVString& key, const CVBundle& value) {
@@ -353,9 +355,8 @@ void CVBundle::SetBundle(const CVString& key, const CVBundle& value) {
 
 void CVBundle::SetBundle(const CVString& key, CVBundle&& value) {
   CVBundle taken(std::move(value));  // `value` may be this very bundle
-  Entry* e = Slot(key);
+  Entry* e = Slot(key, kBundle);
   new (e->b) CVBundle(std::move(taken));
-  e->type = kBundle;
 }
 
 void CVBundle::SetBundleArray(const CVString& key, const BundleArray& value) {
@@ -366,17 +367,15 @@ void CVBundle::SetBundleArray(const CVString& key, const BundleArray& value) {
     delete holder;
     throw;
   }
-  Entry* e = Slot(key);
+  Entry* e = Slot(key, kBundleArray);
   e->bundles = holder;
-  e->type = kBundleArray;
 }
 
 void CVBundle::SetBundleArray(const CVString& key, BundleArray&& value) {
   BundleArrayHolder* holder = new BundleArrayHolder;
   TakeArray(holder->array, value);
-  Entry* e = Slot(key);
+  Entry* e = Slot(key, kBundleArray);
   e->bundles = holder;
-  e->type = kBundleArray;
 }
 
 void CVBundle::SetStringArray(const CVString& key, const StringArray& value) {
@@ -387,67 +386,65 @@ void CVBundle::SetStringArray(const CVString& key, const StringArray& value) {
     delete holder;
     throw;
   }
-  Entry* e = Slot(key);
+  Entry* e = Slot(key, kStringArray);
   e->strings = holder;
-  e->type = kStringArray;
 }
 
 void CVBundle::SetStringArray(const CVString& key, StringArray&& value) {
   StringArrayHolder* holder = new StringArrayHolder;
   TakeArray(holder->array, value);
-  Entry* e = Slot(key);
+  Entry* e = Slot(key, kStringArray);
   e->strings = holder;
-  e->type = kStringArray;
 }
 
 void CVBundle::Remove(const CVString& key) {
-  if (Find(key) == nullptr) return;
+  if (!ContainsKey(key)) return;
   Detach();
-  Entry* e = Find(key);
-  e->DestroyValue();
+  int position = m_rep->Find(key, KeyHash(key));
+  Entry* e = &m_rep->entries()[position];
+  e->DestroyValue(m_rep->types()[position]);
   e->key.~CVString();
-  Entry* end = m_rep->entries() + m_rep->size;
-  std::memmove(static_cast<void*>(e), static_cast<const void*>(e + 1),
-               sizeof(Entry) * static_cast<size_t>(end - (e + 1)));
+  size_t after = static_cast<size_t>(m_rep->size - position - 1);
+  std::memmove(static_cast<void*>(e), static_cast<const void*>(e + 1), sizeof(Entry) * after);
+  std::memmove(m_rep->types() + position, m_rep->types() + position + 1, after);
   --m_rep->size;
   m_rep->RebuildIndex();
 }
 
-int CVBundle::ContainsKey(const CVString& key) const { return Find(key) != nullptr; }
 
 int CVBundle::GetInt(const CVString& key) const {
-  const Entry* e = Find(key);
-  return e != nullptr && e->type == kInt ? e->i : 0;
+  const Entry* e = Find(key, kInt);
+  return e != nullptr ? e->i : 0;
 }
 
 int CVBundle::GetBool(const CVString& key) const {
-  const Entry* e = Find(key);
-  return e != nullptr && e->type == kBool ? e->i : 0;
+  const Entry* e = Find(key, kBool);
+  return e != nullptr ? e->i : 0;
 }
 
 double CVBundle::GetDouble(const CVString& key) const {
-  const Entry* e = Find(key);
-  return e != nullptr && e->type == kDouble ? e->d : 0.0;
+  const Entry* e = Find(key, kDouble);
+  return e != nullptr ? e->d : 0.0;
 }
 
 const CVString* CVBundle::GetString(const CVString& key) const {
-  const Entry* e = Find(key);
-  return e != nullptr && e->type == kString ? &e->Str() : nullptr;
+  const Entry* e = Find(key, kString);
+  return e != nullptr ? &e->Str() : nullptr;
 }
 
 const CVBundle* CVBundle::GetBundle(const CVString& key) const {
-  const Entry* e = Find(key);
-  return e != nullptr && e->type == kBundle ? &e->Bun() : nullptr;
+  const Entry* e = Find(key, kBundle);
+  return e != nullptr ? &e->Bun() : nullptr;
 }
 
 const CVBundle::BundleArray* CVBundle::GetBundleArray(const CVString& key) const {
-  const Entry* e = Find(key);
-  return e != nullptr && e->type == kBundleArray ? &e->bundles->array : nullptr;
+  const Entry* e = Find(key, kBundleArray);
+  return e != nullptr ? &e->bundles->array : nullptr;
 }
 
 const CVBundle::StringArray* CVBundle::GetStringArray(const CVString& key) const {
-  const Entry* e = Find(key);
-  return e != nullptr && e->type == kStringArray ? &e->strings->array : nullptr;
+  const Entry* e = Find(key, kStringArray);
+  return e != nullptr ? &e->strings->array : nullptr;
 }
 
 namespace {
@@ -469,9 +466,10 @@ bool CVBundle::operator==(const CVBundle& other) const {
   if (GetCount() != other.GetCount()) return false;
   for (int i = 0, n = GetCount(); i < n; ++i) {
     const Entry& a = m_rep->entries()[i];
-    const Entry* b = other.Find(a.key);
-    if (b == nullptr || b->type != a.type) return false;
-    switch (a.type) {
+    const ValueType type = static_cast<ValueType>(m_rep->types()[i]);
+    const Entry* b = other.Find(a.key, type);
+    if (b == nullptr) return false;
+    switch (type) {
       case kInt:
       case kBool:
         if (a.i != b->i) return false;
@@ -499,7 +497,7 @@ bool CVBundle::operator==(const CVBundle& other) const {
 int CVBundle::GetCount() const { return m_rep == nullptr ? 0 : m_rep->size; }
 const CVString& CVBundle::GetKeyAt(int i) const { return m_rep->entries()[i].key; }
 CVBundle::ValueType CVBundle::GetTypeAt(int i) const {
-  return static_cast<ValueType>(m_rep->entries()[i].type);
+  return static_cast<ValueType>(m_rep->types()[i]);
 }
 int CVBundle::GetIntAt(int i) const { return m_rep->entries()[i].i; }
 double CVBundle::GetDoubleAt(int i) const { return m_rep->entries()[i].d; }

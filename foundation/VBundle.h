@@ -113,11 +113,12 @@ class CVBundle {
   struct Entry;
 
  private:
-  Entry* Find(const CVString& key) const;
-  // The entry of `key`, made writable: its old value destroyed (an existing
-  // key) or a new entry appended with the key copied. The caller constructs
-  // the value and sets the type.
-  Entry* Slot(const CVString& key);
+  // The entry of `key` if it holds a value of `type`, else null.
+  Entry* Find(const CVString& key, ValueType type) const;
+  // The entry of `key`, made writable for a value of `type`: its old value
+  // destroyed (an existing key) or a new entry appended with the key copied.
+  // The caller constructs the value.
+  Entry* Slot(const CVString& key, ValueType type);
   void Detach();
 
   Rep* m_rep;  // null for an empty bundle that never had a block
