@@ -51,7 +51,7 @@ void ReportUnusableTwp(cJSON* member, const char* text) {
   if (text == nullptr) return _quarn_vi::diag::SkipMember(member, "a string");
   char* end = nullptr;
   std::strtol(text, &end, 10);
-  if (end == text) _quarn_vi::diag::SkipMember(member, "a string holding a number");
+  if (end == text) _quarn_vi::diag::Skip(member, "text without a leading number");
 }
 
 // "twp" is a string holding a number whose three low bits are the flags
