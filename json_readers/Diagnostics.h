@@ -103,6 +103,7 @@ void SkipRequiredMember(const cJSON* parent, const char* member, const cJSON* no
 void Skip(const cJSON* node, const std::string& message);
 // A present member that a reader could not use; `wanted` is what it reads
 // ("an integer", "text", "a truth value", "an array of strings", "an object").
+// Absent members (`node` null) are not reported.
 void SkipMember(const cJSON* node, const char* wanted);
 // A list element left out: it gave no record, or is not `wanted`.
 void SkipElement(const cJSON* element, const char* wanted);

@@ -117,12 +117,12 @@ void AppendRecords(cJSON* array, BundleArray& records, Build build, const char* 
 // as skipped when present and of another type. Returns whether it is one.
 inline bool UsableObject(cJSON* member) {
   if (_quarn_vi::IsJsonObject(member)) return true;
-  _quarn_vi::diag::SkipMember(member, "an object");
+  if (member != nullptr) _quarn_vi::diag::SkipMember(member, "an object");
   return false;
 }
 inline bool UsableArray(cJSON* member) {
   if (_quarn_vi::IsJsonArray(member)) return true;
-  _quarn_vi::diag::SkipMember(member, "an array");
+  if (member != nullptr) _quarn_vi::diag::SkipMember(member, "an array");
   return false;
 }
 

@@ -148,7 +148,7 @@ const FieldTable& DetailTable() {
 void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
   char buffer[kTelBufferSize];
   if (!_quarn_vi::JsonReadTextToBuffer(member, buffer, kTelBufferSize)) {
-    _quarn_vi::diag::SkipMember(member, "text");
+    if (member != nullptr) _quarn_vi::diag::SkipMember(member, "text");
     return;
   }
   CJsonObjParser::ProcessTelNum(buffer);
@@ -158,14 +158,18 @@ void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
 // "poiType" as the client's type code; always stored (0 when unreadable).
 void ReadPoiType(cJSON* member, const CVString& key, CVBundle& out) {
   int poi_type = 0;
-  if (!_quarn_vi::JsonReadInt(member, &poi_type)) _quarn_vi::diag::SkipMember(member, "an integer");
+  if (!_quarn_vi::JsonReadInt(member, &poi_type) && member != nullptr) {
+    _quarn_vi::diag::SkipMember(member, "an integer");
+  }
   out.SetInt(key, CJsonObjParser::int2PoiType(poi_type));
 }
 
 void ReadShow(cJSON* member, const CVString& key, CVBundle& out) {
   CVBundle show;
-  if (BuildMember(CPoiJsonObjParser::GetPoiShowFromJson, member, show, "an object")) {
+  if (CPoiJsonObjParser::GetPoiShowFromJson(member, show)) {
     out.SetBundle(key, std::move(show));
+  } else if (member != nullptr) {
+    _quarn_vi::diag::SkipMember(member, "an object");
   }
 }
 
@@ -176,13 +180,18 @@ void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
   CVString src_name;
   CJsonObjParser::GetJsonItem(ext, "src_name", src_name);
   if (src_name.IsEmpty()) {
-    _quarn_vi::diag::SkipRequiredMember(ext, "src_name", Member(ext, "src_name"), "non-empty text");
+    if (_quarn_vi::diag::Active()) {
+      _quarn_vi::diag::SkipRequiredMember(ext, "src_name", Member(ext, "src_name"), "non-empty text");
+    }
     return;
   }
   CVBundle place;
   place.Reserve(1 + DetailTable().MaxKeys());
   place.SetString(kSrcNameKey, std::move(src_name));
-  BuildMember(CPoiJsonObjParser::GetPoiDetailFromJson, Member(ext, "detail_info"), place, "an object");
+  cJSON* detail = Member(ext, "detail_info");
+  if (!CPoiJsonObjParser::GetPoiDetailFromJson(detail, place) && detail != nullptr) {
+    _quarn_vi::diag::SkipMember(detail, "an object");
+  }
   out.SetBundle(key, std::move(place));
 }
 
