@@ -65,7 +65,7 @@ std::vector<CVDiagnostics::Resolved> CVDiagnostics::Resolve(const cJSON* root) c
   wanted.erase(nullptr);
   std::unordered_map<const cJSON*, std::string> found;
   if (root != nullptr && !wanted.empty()) {
-    // Iterative depth is bounded by cJSON's nesting limit.
+    // The recursion is as deep as the tree, which cJSON bounds.
     std::string path = "$";
     FindPaths(root, path, wanted, found);
   }
