@@ -65,7 +65,7 @@ std::vector<CVDiagnostics::Resolved> CVDiagnostics::Resolve(const cJSON* root) c
   wanted.erase(nullptr);
   std::unordered_map<const cJSON*, std::string> found;
   if (root != nullptr && !wanted.empty()) {
-    // Iterative depth is bounded by cJSON's nesting limit.
+    // The recursion is as deep as the tree, which cJSON bounds.
     std::string path = "$";
     FindPaths(root, path, wanted, found);
   }
@@ -98,7 +98,8 @@ CVDiagnostics* Active() { return t_active; }
 
 std::string Mismatch(const cJSON* node, const char* wanted) {
   if (node == nullptr) return "absent";
-  const char* found = JsonTypeName(node);
+  const char* text = JsonStringBytes(node);
+  const char* found = text != nullptr && *text == 0 ? "empty string" : JsonTypeName(node);
   std::string message = found;
   message += " where ";
   message += wanted;
@@ -112,15 +113,33 @@ void RefuseMember(const cJSON* parent, const char* member, const cJSON* node, co
   }
 }
 
+void Refuse(const cJSON* node, const char* message) {
+  if (CVDiagnostics* d = t_active) {
+    d->Add(CVDiagnostics::Report{CVDiagnostics::kRefused, node, nullptr, nullptr, message});
+  }
+}
+
 void Refuse(const cJSON* node, const std::string& message) {
   if (CVDiagnostics* d = t_active) {
     d->Add(CVDiagnostics::Report{CVDiagnostics::kRefused, node, nullptr, nullptr, message});
   }
 }
 
+void RefuseNode(const cJSON* node, const char* wanted) {
+  if (CVDiagnostics* d = t_active) {
+    d->Add(CVDiagnostics::Report{CVDiagnostics::kRefused, node, nullptr, nullptr, Mismatch(node, wanted)});
+  }
+}
+
 void SkipRequiredMember(const cJSON* parent, const char* member, const cJSON* node, const char* wanted) {
   if (CVDiagnostics* d = t_active) {
     d->Add(CVDiagnostics::Report{CVDiagnostics::kSkipped, node, parent, member, Mismatch(node, wanted)});
+  }
+}
+
+void Skip(const cJSON* node, const std::string& message) {
+  if (CVDiagnostics* d = t_active) {
+    d->Add(CVDiagnostics::Report{CVDiagnostics::kSkipped, node, nullptr, nullptr, message});
   }
 }
 

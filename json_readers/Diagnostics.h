@@ -88,19 +88,28 @@ CVDiagnostics* Active();
 // `parent`."`member`" failed its test: absent (`node` null) or of the wrong
 // type; `wanted` says what was required ("an object", "an array").
 void RefuseMember(const cJSON* parent, const char* member, const cJSON* node, const char* wanted);
-// `node` was refused for the reason given (a status, a count).
+// `node` was refused for the reason given (a status, a count). Build a
+// composed message only inside `if (diag::Active())`; the literal form
+// costs nothing when no collector is installed.
+void Refuse(const cJSON* node, const char* message);
 void Refuse(const cJSON* node, const std::string& message);
+// `node` (present: a list element, the root) is not `wanted` and was
+// refused.
+void RefuseNode(const cJSON* node, const char* wanted);
 // A record was dropped (not the answer) because its required member
 // `parent`."`member`" is absent (`node` null) or not `wanted`.
 void SkipRequiredMember(const cJSON* parent, const char* member, const cJSON* node, const char* wanted);
+// `node` was left out for the reason given.
+void Skip(const cJSON* node, const std::string& message);
 // A present member that a reader could not use; `wanted` is what it reads
 // ("an integer", "text", "a truth value", "an array of strings", "an object").
+// Absent members (`node` null) are not reported.
 void SkipMember(const cJSON* node, const char* wanted);
 // A list element left out: it gave no record, or is not `wanted`.
 void SkipElement(const cJSON* element, const char* wanted);
 
 // "<found> where <wanted> was expected" ("array where an object was
-// expected", "absent").
+// expected", "empty string where non-empty text was expected", "absent").
 std::string Mismatch(const cJSON* node, const char* wanted);
 
 }  // namespace diag

@@ -41,7 +41,7 @@ const FieldRow kAreaOptionRows[] = {
 // stored when the member cannot be read as text.
 void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
-  if (!_quarn_vi::JsonReadText(member, &text)) return;
+  if (!_quarn_vi::JsonReadText(member, &text)) return _quarn_vi::diag::SkipMember(member, "text");
   out.SetInt(key, text.IsEmpty() ? 0 : _quarn_vi::_wtoi(text.GetBuffer(0)));
 }
 
@@ -67,7 +67,7 @@ const FieldRow kSummaryRows[] = {
 // the inner array (possibly none); elements that are not arrays give no
 // list.
 int GetSubSearchPoisFromJson(cJSON* node, CVBundle& list) {
-  if (!IsJsonArray(node)) return 0;
+  if (!IsJsonArray(node)) return 0;  // reported by the caller
   CPoiJsonObjParser::BundleArray pois;
   AppendRecords(node, pois, CPoiJsonObjParser::GetPoiContentFromJson);
   list.SetBundleArray(kContKey, std::move(pois));
@@ -82,9 +82,9 @@ int GetSubSearchPoisFromJson(cJSON* node, CVBundle& list) {
 int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kAreaOptionRows);
   static const FieldTable place_param_table(kAreaPlaceParamRows);
-  if (!IsJsonObject(root)) return 0;
-  cJSON* result = Member(root, "result");
-  if (!IsJsonObject(result)) return 0;
+  if (!RequireRootObject(root)) return 0;
+  cJSON* result = RequireObject(root, "result");
+  if (result == nullptr) return 0;
   out.Reserve(out.GetCount() + kMaxAreaKeys);
   option_table.Read(result, out);
 
@@ -93,6 +93,7 @@ int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
 
   cJSON* place_info = Member(root, "place_info");
   if (place_info != nullptr) {
+    UsableObject(place_info);  // any other type gives an empty "placeparam"
     CVBundle place_param;
     place_param_table.Read(place_info, place_param);
     out.SetBundle(kPlaceParamKey, std::move(place_param));
@@ -109,13 +110,18 @@ int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
 // elements skipped (so positions may shift), and is stored even when empty.
 int CPoiJsonObjParser::ParseAreaMultiSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable summary_table(kSummaryRows);
-  if (!IsJsonObject(root)) return 0;
-  cJSON* result_array = Member(Member(root, "result"), "result_array");
-  if (!IsJsonArray(result_array)) return 0;
+  if (!RequireRootObject(root)) return 0;
+  cJSON* result = RequireObject(root, "result");
+  if (result == nullptr) return 0;
+  cJSON* result_array = RequireArray(result, "result_array");
+  if (result_array == nullptr) return 0;
 
   BundleArray summaries;
   for (cJSON* element : JsonElements(result_array)) {
-    if (!IsJsonObject(element)) return 0;
+    if (!IsJsonObject(element)) {
+      _quarn_vi::diag::RefuseNode(element, "an object");
+      return 0;
+    }
     CVBundle summary;
     summary_table.Read(element, summary);
     _quarn_vi::AppendByMove(summaries, summary);
@@ -124,9 +130,10 @@ int CPoiJsonObjParser::ParseAreaMultiSearchRst(cJSON* root, CVBundle& out) {
   if (summaries.m_nSize >= 1) out.SetBundleArray(kResultKey, std::move(summaries));
 
   cJSON* content = Member(root, "content");
+  UsableArray(content);
   if (JsonElements(content).empty()) return 1;
   BundleArray lists;
-  AppendRecords(content, lists, GetSubSearchPoisFromJson);
+  AppendRecords(content, lists, GetSubSearchPoisFromJson, "an array");
   out.SetBundleArray(kContentKey, std::move(lists));
   return 1;
 }

@@ -35,9 +35,9 @@ const FieldRow kCircumOptionRows[] = {
 // record is accepted without "center_points".
 int CPoiJsonObjParser::ParseCircumSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kCircumOptionRows);
-  if (!IsJsonObject(root)) return 0;
-  cJSON* result = Member(root, "result");
-  if (!IsJsonObject(result)) return 0;
+  if (!RequireRootObject(root)) return 0;
+  cJSON* result = RequireObject(root, "result");
+  if (result == nullptr) return 0;
   out.Reserve(out.GetCount() + kMaxCircumKeys);
   option_table.Read(result, out);
 
@@ -45,10 +45,10 @@ int CPoiJsonObjParser::ParseCircumSearchRst(cJSON* root, CVBundle& out) {
   StoreHintRecords(root, SuggestStandsIn::kNo, out);
   StorePoiPage(Member(root, "content"), PageCount::kOnlyIfArray, out);
 
-  cJSON* center = Member(root, "center");
-  if (!IsJsonObject(center)) return 0;
-  cJSON* center_pois = Member(center, "poi");
-  if (!IsJsonArray(center_pois)) return 0;
+  cJSON* center = RequireObject(root, "center");
+  if (center == nullptr) return 0;
+  cJSON* center_pois = RequireArray(center, "poi");
+  if (center_pois == nullptr) return 0;
   BundleArray center_points;
   AppendRecords(center_pois, center_points, GetPoiContentFromJson);
   if (center_points.m_nSize >= 1) out.SetBundleArray(kCenterPointsKey, std::move(center_points));

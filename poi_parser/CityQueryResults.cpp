@@ -18,7 +18,7 @@ const CVString kCurrentCityKey = MakeKey("current_city");
 // "city_type" is always stored, 0 when unreadable.
 void ReadCityType(cJSON* member, const CVString& key, CVBundle& out) {
   int city_type = 0;
-  _quarn_vi::JsonReadInt(member, &city_type);
+  if (!_quarn_vi::JsonReadInt(member, &city_type)) _quarn_vi::diag::SkipMember(member, "an integer");
   out.SetInt(key, city_type);
 }
 
@@ -33,7 +33,7 @@ int DefaultLevel(int city_type) {
 // the city type that the first row of the same table has just stored.
 void ReadLevel(cJSON* member, const CVString& key, CVBundle& out) {
   int level = 0;
-  _quarn_vi::JsonReadInt(member, &level);
+  if (!_quarn_vi::JsonReadInt(member, &level)) _quarn_vi::diag::SkipMember(member, "an integer");
   if (level == 0) level = DefaultLevel(out.GetInt(kTypeKey));
   out.SetInt(key, level);
 }
@@ -68,14 +68,19 @@ const FieldRow kAddressRows[] = {
 // is the root's, not a member of "content".
 int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
   static const FieldTable table(kCityQueryRows);
-  if (root == nullptr) return 0;
+  if (root == nullptr) return RefuseNoAnswer();
   cJSON* content = Member(root, "content");
-  if (content == nullptr) return 0;
+  if (content == nullptr) {
+    _quarn_vi::diag::RefuseMember(root, "content", nullptr, "an object");
+    return 0;
+  }
+  UsableObject(content);  // any other type reads as an empty object
   out.Reserve(out.GetCount() + table.MaxKeys() + 1);
   table.Read(content, out);
 
   CVBundle current_city;
-  if (CJsonObjParser::GetCurrentCityFromJson(Member(root, "current_city"), current_city)) {
+  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, Member(root, "current_city"), current_city,
+                  "an object")) {
     out.SetBundle(kCurrentCityKey, std::move(current_city));
   }
   return 1;

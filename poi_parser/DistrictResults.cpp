@@ -3,6 +3,7 @@
 // the coordinate query (an "x,y" text and a level text).
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
@@ -28,6 +29,16 @@ const CVString kLevelKey = MakeKey("level");
 const CVString kXKey = MakeKey("x");
 const CVString kYKey = MakeKey("y");
 
+// The refusal of a district whose geometry gives no first point.
+void ReportNoPoint(cJSON* district, int geometry_read) {
+  cJSON* geo = Member(district, "geo");
+  if (geo == nullptr || !_quarn_vi::IsJsonString(geo)) {
+    _quarn_vi::diag::RefuseMember(district, "geo", geo, "a geometry text");
+  } else {
+    _quarn_vi::diag::Refuse(geo, geometry_read ? "geometry without a point" : "not a readable geometry");
+  }
+}
+
 }  // namespace
 
 // Refusals and what is stored by then: a null root or a "result" that is not
@@ -36,24 +47,36 @@ const CVString kYKey = MakeKey("y");
 // point: "current_city" when the answer has one. The POI record of the first
 // element is a gate only and is not stored.
 int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
-  if (root == nullptr || !IsJsonObject(Member(root, "result"))) return 0;
+  if (root == nullptr) return RefuseNoAnswer();
+  if (RequireObject(root, "result") == nullptr) return 0;
 
   // Kept to the end: "level" comes from it even when it was not stored
   // (then it holds no "level" and GetInt gives 0).
   CVBundle current_city;
-  if (CJsonObjParser::GetCurrentCityFromJson(Member(root, "current_city"), current_city)) {
+  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, Member(root, "current_city"), current_city,
+                  "an object")) {
     out.SetBundle(kCurrentCityKey, current_city);  // shares the block: O(1)
   }
 
-  JsonElements contents(Member(root, "content"));
-  if (contents.empty()) return 0;
+  cJSON* content = RequireArray(root, "content");
+  JsonElements contents(content);
+  if (contents.empty()) {
+    if (content != nullptr) _quarn_vi::diag::Refuse(content, "1 element needed, 0 found");
+    return 0;
+  }
   cJSON* district = *contents.begin();
   CVBundle poi;
-  if (!GetPoiContentFromJson(district, poi)) return 0;
+  if (!GetPoiContentFromJson(district, poi)) {
+    _quarn_vi::diag::RefuseNode(district, "an object");
+    return 0;
+  }
 
   CComplexPt geometry;
-  CJsonObjParser::GetJsonItem(district, "geo", geometry);
-  if (geometry.GetPartSize() == 0 || geometry.GetPartContentSize(0) == 0) return 0;
+  const int geometry_read = CJsonObjParser::GetJsonItem(district, "geo", geometry);
+  if (geometry.GetPartSize() == 0 || geometry.GetPartContentSize(0) == 0) {
+    if (_quarn_vi::diag::Active()) ReportNoPoint(district, geometry_read);
+    return 0;
+  }
 
   out.SetInt(kLevelKey, current_city.GetInt(kLevelKey));
   // Integer division: the remainder is dropped, the quotient truncated
@@ -71,25 +94,31 @@ int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
 // comma or with an x part too long for the buffer, and an element 1 that is
 // not a string. The numbers are read as atof/atoi read them (C locale).
 int CPoiJsonObjParser::ParseEspecialQueryRst(cJSON* node, CVBundle& out) {
-  if (!IsJsonObject(node)) return 0;
-  cJSON* content = Member(node, "content");
-  if (!_quarn_vi::IsJsonArray(content)) return 0;
+  if (!RequireRootObject(node)) return 0;
+  cJSON* content = RequireArray(node, "content");
+  if (content == nullptr) return 0;
   JsonElements elements(content);
   auto at = elements.begin();
-  if (!(at != elements.end())) return 0;
+  if (!(at != elements.end())) return _quarn_vi::diag::Refuse(content, "2 elements needed, 0 found"), 0;
   cJSON* position_node = *at;
   ++at;
-  if (!(at != elements.end())) return 0;
+  if (!(at != elements.end())) return _quarn_vi::diag::Refuse(content, "2 elements needed, 1 found"), 0;
   cJSON* level_node = *at;
 
   const char* position = JsonStringBytes(position_node);
-  if (position == nullptr) return 0;
+  if (position == nullptr) return _quarn_vi::diag::RefuseNode(position_node, "a string"), 0;
   const char* comma = std::strchr(position, ',');
-  if (comma == nullptr) return 0;
+  if (comma == nullptr) return _quarn_vi::diag::Refuse(position_node, "no ',' between x and y"), 0;
   const size_t x_length = static_cast<size_t>(comma - position);
-  if (x_length >= kPositionBufferSize) return 0;
+  if (x_length >= kPositionBufferSize) {
+    if (_quarn_vi::diag::Active()) {
+      _quarn_vi::diag::Refuse(position_node, "x of " + std::to_string(x_length) + " bytes, at most " +
+                                                 std::to_string(kPositionBufferSize - 1) + " fit");
+    }
+    return 0;
+  }
   const char* level = JsonStringBytes(level_node);
-  if (level == nullptr) return 0;
+  if (level == nullptr) return _quarn_vi::diag::RefuseNode(level_node, "a string"), 0;
 
   char x_text[kPositionBufferSize];
   std::memcpy(x_text, position, x_length);

@@ -1,6 +1,7 @@
 // The indoor search answer: the service's error status mapped to the
 // client's error codes, or one page of places inside a building.
 #include <cstdlib>
+#include <string>
 #include <utility>
 
 #include "poi_parser/ParserSupport.h"
@@ -31,6 +32,7 @@ const CVString kPFlagKey = MakeKey("p_flag");
 // "poi_list": stored when it is a non-empty array, even when none of its
 // elements gives a record.
 void ReadPoiList(cJSON* member, const CVString& key, CVBundle& out) {
+  UsableArray(member);
   if (_quarn_vi::JsonElements(member).empty()) return;
   BundleArray pois;
   AppendRecords(member, pois, CPoiJsonObjParser::GetIndoorPoiContentFromJson);
@@ -43,6 +45,15 @@ const FieldRow kPageRows[] = {
     CustomField("poi_list", "poi_list", ReadPoiList, 1),
 };
 
+// "twp" that gives no flags: not a string, or a text without a leading
+// number (atoi's reading).
+void ReportUnusableTwp(cJSON* member, const char* text) {
+  if (text == nullptr) return _quarn_vi::diag::SkipMember(member, "a string");
+  char* end = nullptr;
+  std::strtol(text, &end, 10);
+  if (end == text) _quarn_vi::diag::Skip(member, "text without a leading number");
+}
+
 // "twp" is a string holding a number whose three low bits are the flags
 // "t_flag", "w_flag" and "p_flag" (two's-complement bits for a negative
 // number). Anything but a string, and a text without a leading number,
@@ -50,6 +61,7 @@ const FieldRow kPageRows[] = {
 void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
   const char* text = _quarn_vi::JsonStringBytes(member);
   const unsigned bits = text != nullptr ? static_cast<unsigned>(std::atoi(text)) : 0u;
+  if (_quarn_vi::diag::Active()) ReportUnusableTwp(member, text);
   out.SetBool(t_key, (bits & 1u) != 0);
   out.SetBool(kWFlagKey, (bits & 2u) != 0);
   out.SetBool(kPFlagKey, (bits & 4u) != 0);
@@ -74,6 +86,24 @@ int BadParameterError(cJSON* root) {
   return 0;
 }
 
+// The page of an answer with an error status is not read: a "data" member
+// is reported as skipped, with the status that caused it.
+void ReportUnreadPage(cJSON* root, int status) {
+  cJSON* data = Member(root, "data");
+  if (data == nullptr) return;
+  cJSON* status_node = Member(root, "errNo");
+  int read = 0;
+  std::string message = "not read: ";
+  if (status_node == nullptr) {
+    message += "the answer has no \"errNo\" (an unknown error)";
+  } else if (!_quarn_vi::JsonReadInt(status_node, &read)) {
+    message += "\"errNo\" is not an integer (an unknown error)";
+  } else {
+    message += "status is " + std::to_string(status) + ", not 0";
+  }
+  _quarn_vi::diag::Skip(data, message);
+}
+
 }  // namespace
 
 // Returns 0, storing nothing, for a root that is not an object and for a
@@ -81,10 +111,11 @@ int BadParameterError(cJSON* root) {
 // most "errNo"; an answer without "errNo" is an unknown error.
 int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
   static const FieldTable page_table(kPageRows);
-  if (!IsJsonObject(root)) return 0;
+  if (!RequireRootObject(root)) return 0;
   int status = -1;
   CJsonObjParser::GetJsonItem(root, "errNo", status);
   if (status != kServiceOk) {
+    if (_quarn_vi::diag::Active()) ReportUnreadPage(root, status);
     int error = kErrorUnknown;
     if (status == kServiceStatus5) {
       error = kErrorOfStatus5;
@@ -94,8 +125,8 @@ int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
     if (error != 0) out.SetInt(kErrNoKey, error);
     return 1;
   }
-  cJSON* data = Member(root, "data");
-  if (!IsJsonObject(data)) return 0;
+  cJSON* data = RequireObject(root, "data");
+  if (data == nullptr) return 0;
   page_table.Read(data, out);
   return 1;
 }

@@ -38,8 +38,9 @@ inline bool StatusFrameIsGood(cJSON* root) {
   CJsonObjParser::GetJsonItem(result, "error", error);
   if (error != 0 && _quarn_vi::diag::Active() != nullptr) {
     cJSON* status = Member(result, "error");
-    if (status == nullptr) {
-      _quarn_vi::diag::RefuseMember(result, "error", nullptr, "an integer");
+    int read = 0;
+    if (status == nullptr || !_quarn_vi::JsonReadInt(status, &read)) {
+      _quarn_vi::diag::RefuseMember(result, "error", status, "an integer");
     } else {
       _quarn_vi::diag::Refuse(status, "status is " + std::to_string(error) + ", not 0");
     }
@@ -51,6 +52,18 @@ inline bool StatusFrameIsGood(cJSON* root) {
 inline int RefuseNoAnswer() {
   _quarn_vi::diag::Refuse(nullptr, "no answer");
   return 0;
+}
+
+// Whether the root of an answer is an object; the refusal of a null or
+// non-object root is reported.
+inline bool RequireRootObject(cJSON* root) {
+  if (_quarn_vi::IsJsonObject(root)) return true;
+  if (root == nullptr) {
+    RefuseNoAnswer();
+  } else {
+    _quarn_vi::diag::RefuseNode(root, "an object");
+  }
+  return false;
 }
 
 // `parent`."`name`" when it is an object (an array for RequireArray);
@@ -69,28 +82,48 @@ inline cJSON* RequireArray(cJSON* parent, const char* name) {
 }
 
 // Builds a nested record with `build` from `member` into `record`; a member
-// that is present but refused is reported as skipped. Returns build's result.
+// that is present but refused is reported as skipped (`wanted` says what
+// the record needs), unless `build` explained the refusal itself (the psrs
+// record names its missing "SEResult"). Returns build's result.
 template <class Build>
 int BuildMember(Build build, cJSON* member, CVBundle& record, const char* wanted) {
+  _quarn_vi::CVDiagnostics* diagnostics = _quarn_vi::diag::Active();
+  const size_t reports = diagnostics != nullptr ? diagnostics->Reports().size() : 0;
   int result = build(member, record);
-  if (result == 0) _quarn_vi::diag::SkipMember(member, wanted);
+  if (result == 0 && diagnostics != nullptr && diagnostics->Reports().size() == reports) {
+    _quarn_vi::diag::SkipMember(member, wanted);
+  }
   return result;
 }
 
 // Builds a record with `build` (an operation of CPoiJsonObjParser) from each
 // element of the array `array`, in order, and appends the accepted ones to
-// `records`; elements refused leave no gap. A null or non-array node adds
+// `records`; elements refused leave no gap and are reported as skipped
+// (`wanted` says what a record is built from). A null or non-array node adds
 // nothing.
 template <class Build>
-void AppendRecords(cJSON* array, BundleArray& records, Build build) {
+void AppendRecords(cJSON* array, BundleArray& records, Build build, const char* wanted = "an object") {
   for (cJSON* element : _quarn_vi::JsonElements(array)) {
     CVBundle record;
     if (build(element, record)) {
       _quarn_vi::AppendByMove(records, record);
     } else {
-      _quarn_vi::diag::SkipElement(element, "an object");
+      _quarn_vi::diag::SkipElement(element, wanted);
     }
   }
+}
+
+// A member that an operation reads only as an object (an array): reported
+// as skipped when present and of another type. Returns whether it is one.
+inline bool UsableObject(cJSON* member) {
+  if (_quarn_vi::IsJsonObject(member)) return true;
+  if (member != nullptr) _quarn_vi::diag::SkipMember(member, "an object");
+  return false;
+}
+inline bool UsableArray(cJSON* member) {
+  if (_quarn_vi::IsJsonArray(member)) return true;
+  if (member != nullptr) _quarn_vi::diag::SkipMember(member, "an array");
+  return false;
 }
 
 // ---- Steps shared by the search answers (POI list, area, circum) ----------
@@ -108,7 +141,7 @@ enum class PageCount {
 inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
   static const CVString count_key = MakeKey("count");
   static const CVString pois_key = MakeKey("pois");
-  if (_quarn_vi::IsJsonArray(contents)) {
+  if (UsableArray(contents)) {
     out.SetInt(count_key, _quarn_vi::cJSON_GetArraySize(contents));
   } else if (count_rule == PageCount::kAlways) {
     out.SetInt(count_key, 0);
@@ -123,7 +156,7 @@ inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
 inline void StoreCurrentCityRecord(cJSON* current_city, CVBundle& out) {
   static const CVString key = MakeKey("current_city");
   CVBundle city;
-  if (CJsonObjParser::GetCurrentCityFromJson(current_city, city)) {
+  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, current_city, city, "an object")) {
     out.SetBundle(key, std::move(city));
   }
 }
@@ -140,10 +173,12 @@ inline void StoreHintRecords(cJSON* holder, SuggestStandsIn stands_in, CVBundle&
   static const CVString py_correct_key = MakeKey("py_correct");
   static const CVString suggest_key = MakeKey("suggest_query");
   CVBundle psrs;
-  const bool has_psrs = CPoiJsonObjParser::GetPsrsFromJson(Member(holder, "psrs"), psrs) == 1;
+  const bool has_psrs =
+      BuildMember(CPoiJsonObjParser::GetPsrsFromJson, Member(holder, "psrs"), psrs, "an object") == 1;
   if (has_psrs) out.SetBundle(py_correct_key, std::move(psrs));
   CVBundle suggest;
-  if (CPoiJsonObjParser::GetSuggestQueryFromJson(Member(holder, "suggest_query"), suggest) != 1) {
+  if (BuildMember(CPoiJsonObjParser::GetSuggestQueryFromJson, Member(holder, "suggest_query"), suggest,
+                  "an array") != 1) {
     return;
   }
   if (has_psrs || stands_in == SuggestStandsIn::kNo) {

@@ -25,17 +25,21 @@ const CVString kCurrentNullKey = MakeKey("current_null");
 }  // namespace
 
 int CPoiJsonObjParser::ParseCityList(cJSON* root, CVBundle& out) {
-  if (root == nullptr || !StatusFrameIsGood(root)) return 0;
-  cJSON* citys = Member(root, "traffic_citys");
-  if (!_quarn_vi::IsJsonObject(citys)) return 0;
+  if (root == nullptr) return RefuseNoAnswer();
+  if (!StatusFrameIsGood(root)) return 0;
+  cJSON* citys = RequireObject(root, "traffic_citys");
+  if (citys == nullptr) return 0;
 
   CVBundle current_city;
-  if (CJsonObjParser::GetCurrentCityFromJson(Member(citys, "current_city"), current_city)) {
+  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, Member(citys, "current_city"), current_city,
+                  "an object")) {
     out.SetBundle(kCurrentCityKey, std::move(current_city));
   }
 
   BundleArray cities;
-  int found = GetCityInfoArrayFromJson(Member(citys, "contents"), cities);
+  cJSON* contents = Member(citys, "contents");
+  UsableArray(contents);
+  int found = GetCityInfoArrayFromJson(contents, cities);
   if (found) {
     out.SetInt(kCountKey, cities.m_nSize);
     if (cities.m_nSize >= 1) out.SetBundleArray(kCitysKey, std::move(cities));

@@ -61,18 +61,19 @@ int GetAddressFromJson(cJSON* node, CVBundle& address) {
 int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kOptionRows);
   static const FieldTable place_param_table(kPlaceParamRows);
-  if (root == nullptr || !StatusFrameIsGood(root)) return 0;
+  if (root == nullptr) return RefuseNoAnswer();
+  if (!StatusFrameIsGood(root)) return 0;
   out.Reserve(out.GetCount() + kMaxAnswerKeys);
   out.SetInt(kSearchTypeKey, 0);
 
-  cJSON* poi_result = Member(root, "poi_result");
-  if (!IsJsonObject(poi_result)) return 0;
-  cJSON* option = Member(poi_result, "option");
-  if (!IsJsonObject(option)) return 0;
+  cJSON* poi_result = RequireObject(root, "poi_result");
+  if (poi_result == nullptr) return 0;
+  cJSON* option = RequireObject(poi_result, "option");
+  if (option == nullptr) return 0;
   option_table.Read(option, out);
 
-  cJSON* place_info = Member(poi_result, "place_info");
-  if (!IsJsonObject(place_info)) return 0;
+  cJSON* place_info = RequireObject(poi_result, "place_info");
+  if (place_info == nullptr) return 0;
   CVBundle place_param;
   place_param_table.Read(place_info, place_param);
   out.SetBundle(kPlaceParamKey, std::move(place_param));
@@ -81,7 +82,9 @@ int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   StorePoiPage(Member(poi_result, "contents"), PageCount::kAlways, out);
 
   BundleArray addresses;
-  AppendRecords(Member(poi_result, "addrs"), addresses, GetAddressFromJson);
+  cJSON* addrs = Member(poi_result, "addrs");
+  UsableArray(addrs);
+  AppendRecords(addrs, addresses, GetAddressFromJson);
   if (addresses.m_nSize >= 1) out.SetBundleArray(kAddrsKey, std::move(addresses));
 
   // The suggested-query record stands in for a missing psrs record.

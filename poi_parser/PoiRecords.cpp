@@ -62,20 +62,20 @@ const FieldRow kContactRows[] = {
 
 void ReadPremiumInfo(cJSON* member, const CVString&, CVBundle& out) {
   static const FieldTable table(kPremiumRows);
-  if (IsJsonObject(member)) table.Read(member, out);
+  if (UsableObject(member)) table.Read(member, out);
 }
 
 void ReadGrouponInfo(cJSON* member, const CVString&, CVBundle& out) {
   static const FieldTable table(kGrouponRows);
-  if (IsJsonObject(member)) table.Read(member, out);
+  if (UsableObject(member)) table.Read(member, out);
 }
 
 // "oril_info"."oril_detail": one entry per object element, densely numbered.
 void ReadOrilList(cJSON* member, const CVString& key, CVBundle& out) {
   static const FieldTable table(kOrilEntryRows);
-  if (!IsJsonObject(member)) return;
+  if (!UsableObject(member)) return;
   cJSON* details = Member(member, "oril_detail");
-  if (!IsJsonArray(details)) return;
+  if (!UsableArray(details)) return;
   BundleArray entries;
   AppendRecords(details, entries, [](cJSON* element, CVBundle& entry) {
     if (!IsJsonObject(element)) return 0;
@@ -88,7 +88,7 @@ void ReadOrilList(cJSON* member, const CVString& key, CVBundle& out) {
 // A contact of the booking record ("tel" or "web"), stored when an object.
 void ReadContact(cJSON* member, const CVString& key, CVBundle& out) {
   static const FieldTable table(kContactRows);
-  if (!IsJsonObject(member)) return;
+  if (!UsableObject(member)) return;
   CVBundle contact;
   table.Read(member, contact);
   out.SetBundle(key, std::move(contact));
@@ -105,7 +105,7 @@ void ReadBookInfo(cJSON* member, const CVString& key, CVBundle& out) {
   static const FieldTable table(kBookingRows);
   if (member == nullptr) return;
   CVBundle booking;
-  if (IsJsonObject(member)) table.Read(member, booking);
+  if (UsableObject(member)) table.Read(member, booking);
   out.SetBundle(key, std::move(booking));
 }
 
@@ -147,7 +147,10 @@ const FieldTable& DetailTable() {
 // decoded.
 void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
   char buffer[kTelBufferSize];
-  if (!_quarn_vi::JsonReadTextToBuffer(member, buffer, kTelBufferSize)) return;
+  if (!_quarn_vi::JsonReadTextToBuffer(member, buffer, kTelBufferSize)) {
+    if (member != nullptr) _quarn_vi::diag::SkipMember(member, "text");
+    return;
+  }
   CJsonObjParser::ProcessTelNum(buffer);
   out.SetString(key, CVString(buffer));
 }
@@ -155,26 +158,40 @@ void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
 // "poiType" as the client's type code; always stored (0 when unreadable).
 void ReadPoiType(cJSON* member, const CVString& key, CVBundle& out) {
   int poi_type = 0;
-  _quarn_vi::JsonReadInt(member, &poi_type);
+  if (!_quarn_vi::JsonReadInt(member, &poi_type) && member != nullptr) {
+    _quarn_vi::diag::SkipMember(member, "an integer");
+  }
   out.SetInt(key, CJsonObjParser::int2PoiType(poi_type));
 }
 
 void ReadShow(cJSON* member, const CVString& key, CVBundle& out) {
   CVBundle show;
-  if (CPoiJsonObjParser::GetPoiShowFromJson(member, show)) out.SetBundle(key, std::move(show));
+  if (CPoiJsonObjParser::GetPoiShowFromJson(member, show)) {
+    out.SetBundle(key, std::move(show));
+  } else if (member != nullptr) {
+    _quarn_vi::diag::SkipMember(member, "an object");
+  }
 }
 
 // The place bundle: "ext"."src_name" first, then the detail record of
 // "ext"."detail_info" in the same bundle; only for a non-empty "src_name".
 void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
-  if (!IsJsonObject(ext)) return;
+  if (!UsableObject(ext)) return;
   CVString src_name;
   CJsonObjParser::GetJsonItem(ext, "src_name", src_name);
-  if (src_name.IsEmpty()) return;
+  if (src_name.IsEmpty()) {
+    if (_quarn_vi::diag::Active()) {
+      _quarn_vi::diag::SkipRequiredMember(ext, "src_name", Member(ext, "src_name"), "non-empty text");
+    }
+    return;
+  }
   CVBundle place;
   place.Reserve(1 + DetailTable().MaxKeys());
   place.SetString(kSrcNameKey, std::move(src_name));
-  CPoiJsonObjParser::GetPoiDetailFromJson(Member(ext, "detail_info"), place);
+  cJSON* detail = Member(ext, "detail_info");
+  if (!CPoiJsonObjParser::GetPoiDetailFromJson(detail, place) && detail != nullptr) {
+    _quarn_vi::diag::SkipMember(detail, "an object");
+  }
   out.SetBundle(key, std::move(place));
 }
 
@@ -210,10 +227,16 @@ int CPoiJsonObjParser::GetPsrsFromJson(cJSON* node, CVBundle& out) {
   out.Reserve(out.GetCount() + 2);
   field::StoreInt(Member(node, "SENum"), kNumKey, out);
   cJSON* results = Member(node, "SEResult");
-  if (!IsJsonArray(results)) return 0;
+  if (!IsJsonArray(results)) {
+    _quarn_vi::diag::SkipRequiredMember(node, "SEResult", results, "an array");
+    return 0;
+  }
   StringArray texts;
   for (cJSON* element : JsonElements(results)) {
-    if (!IsJsonString(element)) continue;
+    if (!IsJsonString(element)) {
+      _quarn_vi::diag::SkipElement(element, "a string");
+      continue;
+    }
     CVString text(JsonStringBytes(element));
     _quarn_vi::AppendByMove(texts, text);
   }
@@ -229,8 +252,15 @@ int CPoiJsonObjParser::GetSuggestQueryFromJson(cJSON* node, CVBundle& out) {
   out.SetInt(kNumKey, _quarn_vi::cJSON_GetArraySize(node));
   StringArray texts;
   for (cJSON* element : JsonElements(node)) {
-    cJSON* query = IsJsonObject(element) ? Member(element, "query") : nullptr;
-    if (!IsJsonString(query)) continue;
+    if (!IsJsonObject(element)) {
+      _quarn_vi::diag::SkipElement(element, "an object");
+      continue;
+    }
+    cJSON* query = Member(element, "query");
+    if (!IsJsonString(query)) {
+      _quarn_vi::diag::SkipRequiredMember(element, "query", query, "a string");
+      continue;
+    }
     CVString text = CJsonObjParser::ConvertTextByRule(JsonStringBytes(query));
     _quarn_vi::AppendByMove(texts, text);
   }

@@ -71,11 +71,13 @@ class ArrayCursor {
 // "start_city" and "end_city": their "cname" and "code", as the readers
 // store them (a missing or ill-typed city object stores nothing).
 void ReadStartCity(cJSON* city, const CVString&, CVBundle& out) {
+  if (!UsableObject(city)) return;
   field::StoreString(Member(city, "cname"), kStCityNameKey, out);
   field::StoreInt(Member(city, "code"), kStCityCodeKey, out);
 }
 
 void ReadEndCity(cJSON* city, const CVString&, CVBundle& out) {
+  if (!UsableObject(city)) return;
   field::StoreString(Member(city, "cname"), kEnCityNameKey, out);
   field::StoreInt(Member(city, "code"), kEnCityCodeKey, out);
 }
@@ -107,6 +109,8 @@ const FieldRow kPlaceRows[] = {
 // nothing at all, so the way point records after it move up one place.
 void ReadPointFlags(cJSON* city_list, cJSON* prio_flag, cJSON* wp_wd, CVBundle& info) {
   const int count = _quarn_vi::cJSON_GetArraySize(city_list);
+  if (count >= 1) UsableArray(prio_flag);
+  if (count >= 3) UsableArray(wp_wd);
   ArrayCursor cities(city_list);
   ArrayCursor prios(prio_flag);
   ArrayCursor keywords(_quarn_vi::IsJsonArray(wp_wd) ? wp_wd : nullptr);
@@ -116,8 +120,13 @@ void ReadPointFlags(cJSON* city_list, cJSON* prio_flag, cJSON* wp_wd, CVBundle& 
   for (int i = 0; i < count; ++i) {
     cJSON* prio_item = prios.At(i);  // the cursors advance in step with i
     cJSON* keyword = i >= 1 ? keywords.At(i - 1) : nullptr;
-    if (!_quarn_vi::JsonReadInt(cities.At(i), &city_flag)) continue;
-    _quarn_vi::JsonReadInt(prio_item, &prio);
+    if (!_quarn_vi::JsonReadInt(cities.At(i), &city_flag)) {
+      _quarn_vi::diag::SkipElement(cities.At(i), "an integer");
+      continue;
+    }
+    if (!_quarn_vi::JsonReadInt(prio_item, &prio) && prio_item != nullptr) {
+      _quarn_vi::diag::SkipElement(prio_item, "an integer");
+    }
     if (i == 0) {
       info.SetBool(kHaveStCityListKey, city_flag == 1);
       info.SetBool(kHaveStPrioKey, prio == 1);
@@ -132,6 +141,8 @@ void ReadPointFlags(cJSON* city_list, cJSON* prio_flag, cJSON* wp_wd, CVBundle& 
       if (_quarn_vi::IsJsonString(keyword)) {
         waypoint.SetString(kWpKeywordKey,
                            CJsonObjParser::ConvertTextByRule(_quarn_vi::JsonStringBytes(keyword)));
+      } else if (keyword != nullptr) {
+        _quarn_vi::diag::SkipElement(keyword, "a string");
       }
       _quarn_vi::AppendByMove(waypoints, waypoint);
     }
@@ -162,6 +173,7 @@ const EndKeys kEndKeys = {"end", kHaveEnCityListKey, kHaveEnPrioKey,
 bool ReadEndCandidates(cJSON* content, const EndKeys& keys, CVBundle& info, CVBundle& out) {
   cJSON* candidates = Member(content, keys.member);
   const bool as_cities = info.GetBool(keys.city_list) != 0;
+  UsableArray(candidates);
   BundleArray found;
   if (as_cities) {
     CPoiJsonObjParser::GetCityInfoArrayFromJson(candidates, found);
@@ -189,6 +201,7 @@ CVBundle WaypointResult(const CVBundle& status, cJSON* candidates, bool skip_mat
   result.SetBool(kHaveWpCityListKey, as_cities);
   BundleArray found;
   if (!(skip_matched && matched)) {
+    UsableArray(candidates);
     if (as_cities) {
       CPoiJsonObjParser::GetCityInfoArrayFromJson(candidates, found);
     } else {
@@ -218,12 +231,17 @@ bool ReadWaypoints(cJSON* list, bool second_form, CVBundle& info, CVBundle& out)
   const BundleArray* statuses = info.GetBundleArray(kWpListKey);
   if (statuses == nullptr) return false;
   bool stored = false;
-  if (_quarn_vi::IsJsonArray(list)) {
+  if (UsableArray(list)) {
     BundleArray results;
     ArrayCursor elements(list);
     for (int k = 0; k < statuses->m_nSize; ++k) {
       cJSON* candidates = elements.At(k);
-      if (second_form) candidates = Member(candidates, "way_points");
+      if (second_form) {
+        if (candidates != nullptr && !_quarn_vi::IsJsonObject(candidates)) {
+          _quarn_vi::diag::SkipElement(candidates, "an object");
+        }
+        candidates = Member(candidates, "way_points");
+      }
       CVBundle result = WaypointResult(statuses->m_pData[k], candidates, second_form, &stored);
       _quarn_vi::AppendByMove(results, result);
     }
@@ -235,7 +253,7 @@ bool ReadWaypoints(cJSON* list, bool second_form, CVBundle& info, CVBundle& out)
 
 void StoreCurrentCity(cJSON* node, CVBundle& out) {
   CVBundle city;
-  if (CJsonObjParser::GetCurrentCityFromJson(node, city)) {
+  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, node, city, "an object")) {
     out.SetBundle(kCurrentCityKey, std::move(city));
   }
 }
@@ -255,7 +273,7 @@ int CPoiJsonObjParser::GetRPAddrResInfoFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kStatusRows);
   if (!_quarn_vi::IsJsonObject(node)) return 0;
   cJSON* city_list = Member(node, "city_list");
-  if (_quarn_vi::IsJsonArray(city_list)) {
+  if (UsableArray(city_list)) {
     ReadPointFlags(city_list, Member(node, "prio_flag"), Member(node, "wp_wd"), out);
   }
   table.Read(node, out);
@@ -270,7 +288,10 @@ int CPoiJsonObjParser::GetRPAddrListFromJson(cJSON* node, BundleArray& places) {
   // takes a copy (shared until the record's next change).
   CVBundle place;
   for (cJSON* element : _quarn_vi::JsonElements(node)) {
-    if (!_quarn_vi::IsJsonObject(element)) continue;
+    if (!_quarn_vi::IsJsonObject(element)) {
+      _quarn_vi::diag::SkipElement(element, "an object");
+      continue;
+    }
     table.Read(element, place);
     places.SetAtGrow(places.m_nSize, place);
   }
@@ -291,12 +312,12 @@ int CPoiJsonObjParser::ParseRouteAddrRst(cJSON* root, CVBundle& out) {
 // the candidates object "content" lie at the root. Only a null root is
 // refused.
 int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
-  if (root == nullptr) return 0;
+  if (root == nullptr) return RefuseNoAnswer();
   CVBundle info;
-  GetRPAddrResInfoFromJson(Member(root, "result"), info);
+  BuildMember(GetRPAddrResInfoFromJson, Member(root, "result"), info, "an object");
   StoreCurrentCity(Member(root, "current_city"), out);
   cJSON* content = Member(root, "content");
-  if (_quarn_vi::IsJsonObject(content)) {
+  if (UsableObject(content)) {
     ReadEndCandidates(content, kStartKeys, info, out);
     ReadEndCandidates(content, kEndKeys, info, out);
     ReadWaypoints(Member(content, "waypoints"), false, info, out);
@@ -310,16 +331,24 @@ int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
 // priority match keeps it and its candidates are not read. "hasAddrList"
 // tells whether any candidates were stored.
 int CPoiJsonObjParser::ParseRouteAddrPHPUI2Rst(cJSON* root, CVBundle& out) {
-  if (root == nullptr || !StatusFrameIsGood(root)) return 0;
+  if (root == nullptr) return RefuseNoAnswer();
+  if (!StatusFrameIsGood(root)) return 0;
   cJSON* pois = Member(root, "traffic_pois");
   cJSON* option = Member(pois, "option");
-  if (pois == nullptr || option == nullptr) return 0;
+  if (pois == nullptr || option == nullptr) {
+    if (option == nullptr && _quarn_vi::IsJsonObject(pois)) {
+      _quarn_vi::diag::RefuseMember(pois, "option", nullptr, "an object");
+    } else {
+      _quarn_vi::diag::RefuseMember(root, "traffic_pois", pois, "an object");
+    }
+    return 0;
+  }
 
   CVBundle info;
-  GetRPAddrResInfoFromJson(option, info);
+  BuildMember(GetRPAddrResInfoFromJson, option, info, "an object");
   StoreCurrentCity(Member(pois, "current_city"), out);
   cJSON* content = Member(pois, "content");
-  if (_quarn_vi::IsJsonObject(content)) {
+  if (UsableObject(content)) {
     bool any = false;
     if (!info.GetBool(kHaveStPrioKey) && ReadEndCandidates(content, kStartKeys, info, out)) {
       any = true;

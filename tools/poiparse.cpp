@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "foundation/BundleJsonWriter.h"
+#include "json_readers/Diagnostics.h"
 #include "poi_parser/PoiJsonObjParser.h"
 #include "tools/Kinds.h"
 
@@ -42,6 +43,9 @@ const char kUsage[] =
     "                       answer's shape when omitted\n"
     "  --list-kinds         list the answer kinds and exit\n"
     "  --utf8               the answers' texts are UTF-8 (sets the text mode flag)\n"
+    "  --explain            add to each answer a \"diagnostics\" array: where it was\n"
+    "                       refused and which members or elements were skipped,\n"
+    "                       as {\"path\", \"severity\": \"refused\"|\"skipped\", \"message\"}\n"
     "  --compact            one line per answer\n"
     "  --color WHEN         auto (default: on a terminal), always or never\n"
     "  --jsonl              one answer per input line; one compact line each\n"
@@ -55,6 +59,7 @@ const char kUsage[] =
 struct Options {
   const poiparse::AnswerKind* kind = nullptr;
   bool utf8 = false;
+  bool explain = false;
   bool compact = false;
   bool color = false;
   bool jsonl = false;
@@ -128,8 +133,35 @@ TreePtr ParseJson(const char* text, size_t size, size_t* error_offset) {
   return TreePtr(root, cJSON_Delete);
 }
 
+using Diagnostics = std::vector<_quarn_vi::CVDiagnostics::Resolved>;
+
+// Parses `root` with `parse`, collecting what the operation reports when
+// `diagnostics` is given. The collector is installed on this thread around
+// the operation only.
+int ParseExplained(const poiparse::AnswerKind& kind, int (*parse)(cJSON*, _quarn_vi::CVBundle&), cJSON* root,
+                   _quarn_vi::CVBundle& bundle, Diagnostics* diagnostics) {
+  if (diagnostics == nullptr) return parse(root, bundle);
+  _quarn_vi::CVDiagnostics collector;
+  int result;
+  {
+    _quarn_vi::CVDiagnosticsScope scope(collector);
+    result = parse(root, bundle);
+  }
+  *diagnostics = collector.Resolve(root);
+  if (result != 1 && std::none_of(diagnostics->begin(), diagnostics->end(), [](const auto& d) {
+        return d.severity == _quarn_vi::CVDiagnostics::kRefused;
+      })) {
+    // A record operation does not report its own node's type test: say it
+    // here, for the whole input.
+    diagnostics->push_back({"$", _quarn_vi::CVDiagnostics::kRefused,
+                            std::string(_quarn_vi::JsonTypeName(root)) + " not accepted as a " + kind.name +
+                                " record"});
+  }
+  return result;
+}
+
 void WriteResult(const poiparse::AnswerKind& kind, int result, const _quarn_vi::CVBundle& bundle,
-                 const Options& options, std::string& out) {
+                 const Diagnostics* diagnostics, const Options& options, std::string& out) {
   _quarn_vi::CVJsonWriter::Options format;
   format.pretty = !options.compact && !options.jsonl;
   format.color = options.color;
@@ -141,6 +173,21 @@ void WriteResult(const poiparse::AnswerKind& kind, int result, const _quarn_vi::
   writer.Int(result);
   writer.Key("bundle");
   writer.Bundle(bundle);
+  if (diagnostics != nullptr) {
+    writer.Key("diagnostics");
+    writer.BeginArray();
+    for (const auto& d : *diagnostics) {
+      writer.BeginObject();
+      writer.Key("path");
+      writer.StringUtf8(d.path);
+      writer.Key("severity");
+      writer.StringUtf8(_quarn_vi::CVDiagnostics::SeverityName(d.severity));
+      writer.Key("message");
+      writer.StringUtf8(d.message);
+      writer.EndObject();
+    }
+    writer.EndArray();
+  }
   writer.EndObject();
   out.push_back('\n');
 }
@@ -171,8 +218,9 @@ Outcome Process(const Job& job, const Options& options) {
   }
   auto parse = options.utf8 && kind->parse_utf8 != nullptr ? kind->parse_utf8 : kind->parse;
   _quarn_vi::CVBundle bundle;
-  int result = parse(root.get(), bundle);
-  WriteResult(*kind, result, bundle, options, outcome.out);
+  Diagnostics diagnostics;
+  int result = ParseExplained(*kind, parse, root.get(), bundle, options.explain ? &diagnostics : nullptr);
+  WriteResult(*kind, result, bundle, options.explain ? &diagnostics : nullptr, options, outcome.out);
   outcome.status = result == 1 ? kExitAccepted : kExitRefused;
   return outcome;
 }
@@ -325,6 +373,8 @@ int ParseArgs(int argc, char** argv, Options* options) {
       return kExitAccepted;
     } else if (arg == "--utf8") {
       options->utf8 = true;
+    } else if (arg == "--explain") {
+      options->explain = true;
     } else if (arg == "--compact") {
       options->compact = true;
     } else if (arg == "--jsonl") {
