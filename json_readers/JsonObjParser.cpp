@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "json_readers/Diagnostics.h"
 #include "json_readers/FieldTable.h"
 
 namespace _quarn_framework {
@@ -145,7 +146,7 @@ namespace {
 // "level" is always stored: 0 when absent or unreadable.
 void ReadCityLevel(cJSON* member, const CVString& key, CVBundle& out) {
   int level = 0;
-  _quarn_vi::JsonReadInt(member, &level);
+  if (!_quarn_vi::JsonReadInt(member, &level)) _quarn_vi::diag::SkipMember(member, "an integer");
   out.SetInt(key, level);
 }
 

@@ -13,7 +13,6 @@ using _quarn_vi::IsJsonObject;
 namespace {
 
 const CVString kTypeKey = MakeKey("type");
-const CVString kCurrentCityKey = MakeKey("current_city");
 
 // "city_type" is always stored, 0 when unreadable.
 void ReadCityType(cJSON* member, const CVString& key, CVBundle& out) {
@@ -78,11 +77,7 @@ int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
   out.Reserve(out.GetCount() + table.MaxKeys() + 1);
   table.Read(content, out);
 
-  CVBundle current_city;
-  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, Member(root, "current_city"), current_city,
-                  "an object")) {
-    out.SetBundle(kCurrentCityKey, std::move(current_city));
-  }
+  StoreCurrentCityRecord(Member(root, "current_city"), out);
   return 1;
 }
 

@@ -17,7 +17,6 @@ const FieldRow kCityInfoRows[] = {
     StringField("name"),
 };
 
-const CVString kCurrentCityKey = MakeKey("current_city");
 const CVString kCountKey = MakeKey("count");
 const CVString kCitysKey = MakeKey("citys");
 const CVString kCurrentNullKey = MakeKey("current_null");
@@ -30,11 +29,7 @@ int CPoiJsonObjParser::ParseCityList(cJSON* root, CVBundle& out) {
   cJSON* citys = RequireObject(root, "traffic_citys");
   if (citys == nullptr) return 0;
 
-  CVBundle current_city;
-  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, Member(citys, "current_city"), current_city,
-                  "an object")) {
-    out.SetBundle(kCurrentCityKey, std::move(current_city));
-  }
+  StoreCurrentCityRecord(Member(citys, "current_city"), out);
 
   BundleArray cities;
   cJSON* contents = Member(citys, "contents");

@@ -38,7 +38,6 @@ const CVString kWpCountKey = MakeKey("wp_count");
 const CVString kWaypointCitysKey = MakeKey("waypointcitys");
 const CVString kWaypointsKey = MakeKey("waypoints");
 // Keys of the result.
-const CVString kCurrentCityKey = MakeKey("current_city");
 const CVString kStartCitysKey = MakeKey("startcitys");
 const CVString kStartPointsKey = MakeKey("startpoints");
 const CVString kEndCitysKey = MakeKey("endcitys");
@@ -251,13 +250,6 @@ bool ReadWaypoints(cJSON* list, bool second_form, CVBundle& info, CVBundle& out)
   return stored;
 }
 
-void StoreCurrentCity(cJSON* node, CVBundle& out) {
-  CVBundle city;
-  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, node, city, "an object")) {
-    out.SetBundle(kCurrentCityKey, std::move(city));
-  }
-}
-
 // Clears the text mode flag when it goes out of scope.
 class TextModeReset {
  public:
@@ -315,7 +307,7 @@ int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
   if (root == nullptr) return RefuseNoAnswer();
   CVBundle info;
   BuildMember(GetRPAddrResInfoFromJson, Member(root, "result"), info, "an object");
-  StoreCurrentCity(Member(root, "current_city"), out);
+  StoreCurrentCityRecord(Member(root, "current_city"), out);
   cJSON* content = Member(root, "content");
   if (UsableObject(content)) {
     ReadEndCandidates(content, kStartKeys, info, out);
@@ -346,7 +338,7 @@ int CPoiJsonObjParser::ParseRouteAddrPHPUI2Rst(cJSON* root, CVBundle& out) {
 
   CVBundle info;
   BuildMember(GetRPAddrResInfoFromJson, option, info, "an object");
-  StoreCurrentCity(Member(pois, "current_city"), out);
+  StoreCurrentCityRecord(Member(pois, "current_city"), out);
   cJSON* content = Member(pois, "content");
   if (UsableObject(content)) {
     bool any = false;
