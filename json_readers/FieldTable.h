@@ -83,6 +83,14 @@ class FieldTable {
   // non-object `object` reads every member as absent.
   void Read(cJSON* object, CVBundle& out) const;
 
+  // The record of an object node: 1 after Read, or 0 with nothing stored for
+  // a null or non-object node (the gate of every record operation).
+  int ReadRecord(cJSON* node, CVBundle& out) const {
+    if (!_quarn_vi::IsJsonObject(node)) return 0;
+    Read(node, out);
+    return 1;
+  }
+
   // The most keys a Read can add (for sizing a record's block).
   int MaxKeys() const { return m_maxKeys; }
   const CVString& Key(int row) const { return m_keys[row]; }

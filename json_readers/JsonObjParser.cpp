@@ -162,9 +162,7 @@ const FieldRow kCurrentCityRows[] = {
 
 int CJsonObjParser::GetCurrentCityFromJson(cJSON* node, CVBundle& record) {
   static const FieldTable table(kCurrentCityRows);
-  if (!_quarn_vi::IsJsonObject(node)) return 0;
-  table.Read(node, record);
-  return 1;
+  return table.ReadRecord(node, record);
 }
 
 int CJsonObjParser::int2PoiType(int poiType) {

@@ -83,9 +83,7 @@ int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
 
 int CPoiJsonObjParser::GetAddrContentFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kAddressRows);
-  if (!IsJsonObject(node)) return 0;
-  table.Read(node, out);
-  return 1;
+  return table.ReadRecord(node, out);
 }
 
 }  // namespace _quarn_framework

@@ -133,9 +133,7 @@ int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
 
 int CPoiJsonObjParser::GetIndoorPoiContentFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kIndoorPoiRows);
-  if (!IsJsonObject(node)) return 0;
-  table.Read(node, out);
-  return 1;
+  return table.ReadRecord(node, out);
 }
 
 }  // namespace _quarn_framework

@@ -51,9 +51,7 @@ int CPoiJsonObjParser::GetCityInfoArrayFromJson(cJSON* node, BundleArray& cities
 
 int CPoiJsonObjParser::GetCityInfoFromJson(cJSON* node, CVBundle& city) {
   static const FieldTable table(kCityInfoRows);
-  if (!_quarn_vi::IsJsonObject(node)) return 0;
-  table.Read(node, city);
-  return 1;
+  return table.ReadRecord(node, city);
 }
 
 }  // namespace _quarn_framework

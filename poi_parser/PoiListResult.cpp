@@ -47,9 +47,7 @@ const FieldRow kAddressRows[] = {
 // An address entry for every object element, whatever members it has.
 int GetAddressFromJson(cJSON* node, CVBundle& address) {
   static const FieldTable table(kAddressRows);
-  if (!IsJsonObject(node)) return 0;
-  table.Read(node, address);
-  return 1;
+  return table.ReadRecord(node, address);
 }
 
 }  // namespace

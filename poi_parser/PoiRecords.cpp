@@ -272,22 +272,16 @@ int CPoiJsonObjParser::GetSuggestQueryFromJson(cJSON* node, CVBundle& out) {
 
 int CPoiJsonObjParser::GetPoiShowFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kShowRows);
-  if (!IsJsonObject(node)) return 0;
-  table.Read(node, out);
-  return 1;
+  return table.ReadRecord(node, out);
 }
 
 int CPoiJsonObjParser::GetPoiDetailFromJson(cJSON* node, CVBundle& out) {
-  if (!IsJsonObject(node)) return 0;
-  DetailTable().Read(node, out);
-  return 1;
+  return DetailTable().ReadRecord(node, out);
 }
 
 int CPoiJsonObjParser::GetPoiContentFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kPoiRows);
-  if (!IsJsonObject(node)) return 0;
-  table.Read(node, out);
-  return 1;
+  return table.ReadRecord(node, out);
 }
 
 }  // namespace _quarn_framework
