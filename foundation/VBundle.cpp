@@ -12,28 +12,6 @@ namespace _quarn_vi {
 
 namespace {
 
-// An array stored in a bundle: immutable once stored, shared by copies.
-template <class A>
-struct ArrayHolder {
-  std::atomic<int> refs{1};
-  A array;
-};
-typedef ArrayHolder<CVBundle::BundleArray> BundleArrayHolder;
-typedef ArrayHolder<CVBundle::StringArray> StringArrayHolder;
-
-template <class H>
-void Retain(H* holder) {
-  holder->refs.fetch_add(1, std::memory_order_relaxed);
-}
-
-template <class H>
-void Release(H* holder) {
-  if (holder->refs.load(std::memory_order_acquire) == 1 ||
-      holder->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    delete holder;
-  }
-}
-
 // Takes over the block of `from`, leaving it empty.
 template <class A>
 void TakeArray(A& to, A& from) {
@@ -68,7 +46,9 @@ inline uint32_t KeyHash(const CVString& key) {
 }  // namespace
 
 // One key and its value: 64 bytes. The value's type lives in the block's
-// type array, beside the entries, so that an entry fills a cache line.
+// type array, beside the entries, so that an entry fills a cache line. Arrays
+// live in the entry itself (their elements in their own block), so storing
+// one costs no allocation.
 struct CVBundle::Entry {
   CVString key;
   union {
@@ -76,18 +56,23 @@ struct CVBundle::Entry {
     double d;
     alignas(CVString) unsigned char s[sizeof(CVString)];
     alignas(CVBundle) unsigned char b[sizeof(CVBundle)];
-    BundleArrayHolder* bundles;
-    StringArrayHolder* strings;
+    alignas(BundleArray) unsigned char ba[sizeof(BundleArray)];
+    alignas(StringArray) unsigned char sa[sizeof(StringArray)];
   };
 
   CVString& Str() { return *std::launder(reinterpret_cast<CVString*>(s)); }
   const CVString& Str() const { return *std::launder(reinterpret_cast<const CVString*>(s)); }
   CVBundle& Bun() { return *std::launder(reinterpret_cast<CVBundle*>(b)); }
   const CVBundle& Bun() const { return *std::launder(reinterpret_cast<const CVBundle*>(b)); }
+  BundleArray& Bundles() { return *std::launder(reinterpret_cast<BundleArray*>(ba)); }
+  const BundleArray& Bundles() const { return *std::launder(reinterpret_cast<const BundleArray*>(ba)); }
+  StringArray& Strings() { return *std::launder(reinterpret_cast<StringArray*>(sa)); }
+  const StringArray& Strings() const { return *std::launder(reinterpret_cast<const StringArray*>(sa)); }
 
   // Copies the value of `other`, of type `type` (the key is the caller's
-  // business).
-  void CopyValueFrom(const Entry& other, uint8_t type) noexcept {
+  // business). Only an array copy can fail (std::bad_alloc); it then leaves
+  // no value behind.
+  void CopyValueFrom(const Entry& other, uint8_t type) {
     switch (type) {
       case kString:
         new (s) CVString(other.Str());
@@ -96,17 +81,22 @@ struct CVBundle::Entry {
         new (b) CVBundle(other.Bun());
         break;
       case kBundleArray:
-        bundles = other.bundles;
-        Retain(bundles);
+        CopyArrayInto(ba, other.Bundles());
         break;
       case kStringArray:
-        strings = other.strings;
-        Retain(strings);
+        CopyArrayInto(sa, other.Strings());
         break;
       default:
         d = other.d;  // covers int and bool too
         break;
     }
+  }
+
+  template <class A>
+  static void CopyArrayInto(unsigned char* storage, const A& from) {
+    A copy;
+    CopyArray(copy, from);
+    TakeArray(*new (storage) A(), copy);
   }
 
   void DestroyValue(uint8_t type) noexcept {
@@ -118,16 +108,17 @@ struct CVBundle::Entry {
         Bun().~CVBundle();
         break;
       case kBundleArray:
-        Release(bundles);
+        Bundles().~BundleArray();
         break;
       case kStringArray:
-        Release(strings);
+        Strings().~StringArray();
         break;
       default:
         break;
     }
   }
 };
+static_assert(sizeof(CVBundle::BundleArray) <= sizeof(CVString), "an array fits an entry's value");
 
 // The entry block: this header, `capacity` entries, their value types (one
 // byte each), then, for blocks of more than kLinearCapacity entries, an open
@@ -226,11 +217,16 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     Rep* copy = New(capacity);
     for (int i = 0; i < rep->size; ++i) {
       Entry* e = &copy->entries()[i];
+      try {
+        e->CopyValueFrom(rep->entries()[i], rep->types()[i]);
+      } catch (...) {
+        Destroy(copy);  // the entries copied so far
+        throw;
+      }
       new (&e->key) CVString(rep->entries()[i].key);
-      e->CopyValueFrom(rep->entries()[i], rep->types()[i]);
       copy->types()[i] = rep->types()[i];
+      copy->size = i + 1;
     }
-    copy->size = rep->size;
     copy->RebuildIndex();
     return copy;
   }
@@ -361,35 +357,29 @@ void CVBundle::SetBundle(const CVString& key, CVBundle&& value) {
 }
 
 // The copy is made before Slot, which releases the key's old value (`value`
-// may be that value); the holder is freed when either throws.
+// may be that value).
 void CVBundle::SetBundleArray(const CVString& key, const BundleArray& value) {
-  std::unique_ptr<BundleArrayHolder> holder(new BundleArrayHolder);
-  CopyArray(holder->array, value);
-  Entry* e = Slot(key, kBundleArray);
-  e->bundles = holder.release();
+  BundleArray copy;
+  CopyArray(copy, value);
+  SetBundleArray(key, std::move(copy));
 }
 
 // `value` is taken over only once the entry exists: when Slot throws, the
 // caller keeps its array.
 void CVBundle::SetBundleArray(const CVString& key, BundleArray&& value) {
-  std::unique_ptr<BundleArrayHolder> holder(new BundleArrayHolder);
   Entry* e = Slot(key, kBundleArray);
-  TakeArray(holder->array, value);
-  e->bundles = holder.release();
+  TakeArray(*new (e->ba) BundleArray(), value);
 }
 
 void CVBundle::SetStringArray(const CVString& key, const StringArray& value) {
-  std::unique_ptr<StringArrayHolder> holder(new StringArrayHolder);
-  CopyArray(holder->array, value);
-  Entry* e = Slot(key, kStringArray);
-  e->strings = holder.release();
+  StringArray copy;
+  CopyArray(copy, value);
+  SetStringArray(key, std::move(copy));
 }
 
 void CVBundle::SetStringArray(const CVString& key, StringArray&& value) {
-  std::unique_ptr<StringArrayHolder> holder(new StringArrayHolder);
   Entry* e = Slot(key, kStringArray);
-  TakeArray(holder->array, value);
-  e->strings = holder.release();
+  TakeArray(*new (e->sa) StringArray(), value);
 }
 
 void CVBundle::Remove(const CVString& key) {
@@ -434,12 +424,12 @@ const CVBundle* CVBundle::GetBundle(const CVString& key) const {
 
 const CVBundle::BundleArray* CVBundle::GetBundleArray(const CVString& key) const {
   const Entry* e = Find(key, kBundleArray);
-  return e != nullptr ? &e->bundles->array : nullptr;
+  return e != nullptr ? &e->Bundles() : nullptr;
 }
 
 const CVBundle::StringArray* CVBundle::GetStringArray(const CVString& key) const {
   const Entry* e = Find(key, kStringArray);
-  return e != nullptr ? &e->strings->array : nullptr;
+  return e != nullptr ? &e->Strings() : nullptr;
 }
 
 namespace {
@@ -479,10 +469,10 @@ bool CVBundle::operator==(const CVBundle& other) const {
         if (a.Bun() != b->Bun()) return false;
         break;
       case kBundleArray:
-        if (!ArraysEqual(a.bundles->array, b->bundles->array)) return false;
+        if (!ArraysEqual(a.Bundles(), b->Bundles())) return false;
         break;
       case kStringArray:
-        if (!ArraysEqual(a.strings->array, b->strings->array)) return false;
+        if (!ArraysEqual(a.Strings(), b->Strings())) return false;
         break;
     }
   }
@@ -499,10 +489,10 @@ double CVBundle::GetDoubleAt(int i) const { return m_rep->entries()[i].d; }
 const CVString& CVBundle::GetStringAt(int i) const { return m_rep->entries()[i].Str(); }
 const CVBundle& CVBundle::GetBundleAt(int i) const { return m_rep->entries()[i].Bun(); }
 const CVBundle::BundleArray& CVBundle::GetBundleArrayAt(int i) const {
-  return m_rep->entries()[i].bundles->array;
+  return m_rep->entries()[i].Bundles();
 }
 const CVBundle::StringArray& CVBundle::GetStringArrayAt(int i) const {
-  return m_rep->entries()[i].strings->array;
+  return m_rep->entries()[i].Strings();
 }
 
 }  // namespace _quarn_vi

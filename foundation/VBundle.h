@@ -12,9 +12,9 @@
 // Representation: one shared, reference-counted block of entries. Copying a
 // bundle costs one counter increment, whatever it holds (a bundle of 1,000
 // records included); the first change to a shared bundle copies its entry
-// block (one level deep: nested values stay shared), so a copy is independent
-// of its original after a change to either. Arrays stored in a bundle are
-// immutable and shared the same way. The object is one pointer and may be
+// block one level deep (nested bundles and strings stay shared, the elements
+// of arrays are copied, each in O(1)), so a copy is independent of its
+// original after a change to either. The object is one pointer and may be
 // relocated by a plain byte copy, as CVArray does on growth.
 //
 // The Set... overloads that take an rvalue move the value in (no copy at
