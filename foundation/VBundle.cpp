@@ -30,18 +30,7 @@ void CopyArray(A& to, const A& from) {
   for (int i = 0; i < from.m_nSize; ++i) to.m_pData[i] = from.m_pData[i];
 }
 
-// A cheap hash of a key from its length and five of its units: enough to
-// tell the keys of one bundle apart without reading long keys whole.
-inline uint32_t KeyHash(const CVString& key) {
-  uint32_t n = static_cast<uint32_t>(key.GetLength());
-  if (n == 0) return 0;
-  const unsigned short* u = key.Data();
-  uint64_t x = (static_cast<uint64_t>(n) << 48) ^ (static_cast<uint64_t>(u[0]) << 32) ^
-               (static_cast<uint64_t>(u[n / 2]) << 16) ^ u[n - 1];
-  if (n > 2) x ^= (static_cast<uint64_t>(u[1]) << 40) ^ (static_cast<uint64_t>(u[n - 2]) << 24);
-  x *= 0x9E3779B97F4A7C15ULL;
-  return static_cast<uint32_t>(x >> 32);
-}
+inline uint32_t KeyHash(const CVString& key) { return key.Hash(); }
 
 }  // namespace
 

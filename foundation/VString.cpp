@@ -84,7 +84,23 @@ CVString::CVString(const char* text) : m_len(0) {
 }
 
 CVString::CVString(const char* text, Permanent) : CVString(text) {
-  if (m_len > kInlineCapacity) GetRep()->refs.store(-1, std::memory_order_relaxed);
+  if (m_len > kInlineCapacity) {
+    GetRep()->refs.store(-1, std::memory_order_relaxed);
+    uint32_t hash = ComputeHash();
+    std::memcpy(m_inline + kHashSlot, &hash, sizeof(hash));
+  }
+}
+
+uint32_t CVString::ComputeHash() const {
+  uint32_t n = m_len;
+  if (n == 0) return 0x9E3779B9u;
+  const unsigned short* u = Data();
+  uint64_t x = (static_cast<uint64_t>(n) << 48) ^ (static_cast<uint64_t>(u[0]) << 32) ^
+               (static_cast<uint64_t>(u[n / 2]) << 16) ^ u[n - 1];
+  if (n > 2) x ^= (static_cast<uint64_t>(u[1]) << 40) ^ (static_cast<uint64_t>(u[n - 2]) << 24);
+  x *= 0x9E3779B97F4A7C15ULL;
+  uint32_t hash = static_cast<uint32_t>(x >> 32);
+  return hash != 0 ? hash : 1;  // 0 means "not computed"
 }
 
 CVString::CVString(const unsigned short* units, int length) : m_len(0) {

@@ -96,6 +96,17 @@ class CVString {
     std::memcpy(other.m_inline, units, sizeof(m_inline));
   }
 
+  // A hash of the text for lookups (bundle keys): from the length and five
+  // of the units. Computed once for a permanent string, then kept with it.
+  uint32_t Hash() const {
+    if (m_len > kInlineCapacity) {
+      uint32_t cached;
+      std::memcpy(&cached, m_inline + kHashSlot, sizeof(cached));
+      if (cached != 0) return cached;
+    }
+    return ComputeHash();
+  }
+
   // The text as UTF-8 (for printing); a lone surrogate becomes U+FFFD.
   std::string ToUtf8() const;
 
@@ -132,7 +143,14 @@ class CVString {
     std::memcpy(&rep, m_inline, sizeof(rep));
     return rep;
   }
-  void SetRep(Rep* rep) { std::memcpy(m_inline, &rep, sizeof(rep)); }
+  // A long text keeps, after its block pointer, its hash (0: not computed;
+  // only permanent strings compute it ahead).
+  static constexpr int kHashSlot = 4;
+  void SetRep(Rep* rep) {
+    std::memset(m_inline, 0, sizeof(m_inline));
+    std::memcpy(m_inline, &rep, sizeof(rep));
+  }
+  uint32_t ComputeHash() const;
 
   unsigned short m_inline[kInlineCapacity + 1];  // text and NUL, or the Rep*
   unsigned int m_len;  // length in code units; > kInlineCapacity means a Rep

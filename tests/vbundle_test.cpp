@@ -97,6 +97,22 @@ TEST(VBundle, ArraysAreCopiedWithTheirElements) {
   EXPECT_EQ(b.GetBundleArray("none")->m_nSize, 0);
 }
 
+TEST(VBundle, PermanentAndOrdinaryKeysFindEachOther) {
+  // Long keys: a permanent one keeps its hash, an ordinary one computes it.
+  const CVString permanent("vesk_realtime_price_flag", CVString::Permanent());
+  CVBundle b;
+  for (int i = 0; i < 20; ++i) b.SetInt(CVString(("key_number_" + std::to_string(i)).c_str()), i);
+  b.SetInt(permanent, 7);
+  CVString ordinary("vesk_realtime_price_flag");
+  EXPECT_EQ(b.GetInt(ordinary), 7);
+  ordinary = "short";  // a string reused for a shorter then a longer text
+  ordinary = "key_number_13";
+  EXPECT_EQ(b.GetInt(ordinary), 13);
+  b.SetInt(ordinary, 31);
+  EXPECT_EQ(b.GetInt(CVString("key_number_13")), 31);
+  EXPECT_EQ(b.GetCount(), 21);
+}
+
 TEST(VBundle, EqualityIgnoresKeyOrderButNotTypes) {
   CVBundle a, b;
   a.SetInt("x", 1);
