@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -358,45 +359,43 @@ void CVBundle::SetBundle(const CVString& key, CVBundle&& value) {
   e->type = kBundle;
 }
 
+// The copy is made before Slot, which releases the key's old value (`value`
+// may be that value); the holder is freed when either throws.
 void CVBundle::SetBundleArray(const CVString& key, const BundleArray& value) {
-  BundleArrayHolder* holder = new BundleArrayHolder;
-  try {
-    CopyArray(holder->array, value);
-  } catch (...) {
-    delete holder;
-    throw;
-  }
+  std::unique_ptr<BundleArrayHolder> holder(new BundleArrayHolder);
+  CopyArray(holder->array, value);
   Entry* e = Slot(key);
-  e->bundles = holder;
+  e->bundles = holder.release();
   e->type = kBundleArray;
 }
 
+// `value` is taken over only once the entry exists: when Slot throws, the
+// caller keeps its array.
 void CVBundle::SetBundleArray(const CVString& key, BundleArray&& value) {
-  BundleArrayHolder* holder = new BundleArrayHolder;
-  TakeArray(holder->array, value);
+  std::unique_ptr<BundleArrayHolder> holder(new BundleArrayHolder);
   Entry* e = Slot(key);
-  e->bundles = holder;
+  TakeArray(holder->array, value);
+  e->bundles = holder.release();
   e->type = kBundleArray;
 }
 
+// The copy is made before Slot, which releases the key's old value (`value`
+// may be that value); the holder is freed when either throws.
 void CVBundle::SetStringArray(const CVString& key, const StringArray& value) {
-  StringArrayHolder* holder = new StringArrayHolder;
-  try {
-    CopyArray(holder->array, value);
-  } catch (...) {
-    delete holder;
-    throw;
-  }
+  std::unique_ptr<StringArrayHolder> holder(new StringArrayHolder);
+  CopyArray(holder->array, value);
   Entry* e = Slot(key);
-  e->strings = holder;
+  e->strings = holder.release();
   e->type = kStringArray;
 }
 
+// `value` is taken over only once the entry exists: when Slot throws, the
+// caller keeps its array.
 void CVBundle::SetStringArray(const CVString& key, StringArray&& value) {
-  StringArrayHolder* holder = new StringArrayHolder;
-  TakeArray(holder->array, value);
+  std::unique_ptr<StringArrayHolder> holder(new StringArrayHolder);
   Entry* e = Slot(key);
-  e->strings = holder;
+  TakeArray(holder->array, value);
+  e->strings = holder.release();
   e->type = kStringArray;
 }
 
