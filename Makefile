@@ -3,17 +3,29 @@
 #   make test   installs what is missing, builds, and runs the test suite
 #   make install PREFIX=DIR   builds a Release copy and installs the library
 #   make bench  builds the benchmarks in Release and prints their table
+#   make check  the test suite under ASan+UBSan (make test), the concurrency
+#               test under ThreadSanitizer and a fuzz smoke run (60 s)
+#   make fuzz SECONDS=N   runs the fuzz targets for N seconds each
 JOBS ?= 2
 RELEASE_DIR := build/release
 TEST_DIR := build/test
 BENCH_DIR := build/bench
+TSAN_DIR := build/tsan
+FUZZ_DIR := build/fuzz
 BUILD_PACKAGES := cmake g++ make libcjson-dev pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libsimdjson-dev
+# clang-14 gives clang++-14; libclang-rt-14-dev gives libFuzzer and the
+# sanitizer runtimes of clang (a recommendation only, so named here).
+FUZZ_PACKAGES := $(BUILD_PACKAGES) clang-14 libclang-rt-14-dev
+CHECK_PACKAGES := $(TEST_PACKAGES) clang-14 libclang-rt-14-dev
+FUZZ_CXX ?= clang++-14
+SECONDS ?= 60
 EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
-.PHONY: run test bench deps deps-test build build-test install clean
+.PHONY: run test bench deps deps-test build build-test install clean check check-tsan \
+	build-fuzz fuzz fuzz-corpus
 
 # Each example is read with the arguments in examples/NAME.args, if any.
 run: build
@@ -52,6 +64,40 @@ bench:
 	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_BUILD_BENCH=ON -DPOIPARSER_SANITIZE= >/dev/null
 	cmake --build $(BENCH_DIR) -j $(JOBS)
 	./$(BENCH_DIR)/bench/poiparse_bench --benchmark_min_time=0.2
+
+# The test suite comes last, so that its summary closes the output.
+check:
+	@scripts/install-deps.sh $(CHECK_PACKAGES)
+	$(MAKE) --no-print-directory check-tsan
+	$(MAKE) --no-print-directory fuzz SECONDS=60
+	$(MAKE) --no-print-directory test
+
+# The concurrency test alone, built with g++ under ThreadSanitizer.
+check-tsan: deps-test
+	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPOIPARSER_SANITIZE=thread >/dev/null
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target concurrency_tests
+	TSAN_OPTIONS=halt_on_error=1 ./$(TSAN_DIR)/tests/concurrency_tests
+
+# The fuzz targets (fuzz/), built with clang: the library's sources are
+# compiled into them with libFuzzer's coverage, ASan and UBSan.
+build-fuzz:
+	@scripts/install-deps.sh $(FUZZ_PACKAGES)
+	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=$(FUZZ_CXX) \
+	  -DPOIPARSER_FUZZ=ON -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer
+
+# Both targets at once, SECONDS each; new inputs stay in build/fuzz/corpus.
+fuzz: build-fuzz
+	fuzz/run.sh $(FUZZ_DIR) $(SECONDS)
+
+# Rebuilds the checked-in seed corpus from the examples and the tests'
+# answers, minimised with -merge=1 (needs python3).
+fuzz-corpus: build-fuzz
+	rm -rf $(FUZZ_DIR)/seeds fuzz/corpus/answer fuzz/corpus/text
+	python3 fuzz/make_seeds.py . $(FUZZ_DIR)/seeds
+	mkdir -p fuzz/corpus/answer fuzz/corpus/text
+	$(FUZZ_DIR)/fuzz/answer_fuzzer -merge=1 fuzz/corpus/answer $(FUZZ_DIR)/seeds/answer
+	$(FUZZ_DIR)/fuzz/text_fuzzer -merge=1 fuzz/corpus/text $(FUZZ_DIR)/seeds/text
 
 clean:
 	rm -rf build
