@@ -45,7 +45,7 @@ const Answer kAnswers[] = {
     {"city_list", nullptr, P::ParseCityList},
     {"city_query", nullptr, P::ParseCityQueryRst},
     {"district", nullptr, P::ParseDistrictRst},
-    {"especial", nullptr, P::ParseEspecialQueryRst},
+    {"coordinate_query", nullptr, P::ParseEspecialQueryRst},
     {"indoor", nullptr, P::ParsePoiIndoorRst},
     {"poi_list", nullptr, P::ParsePoiListRst},
     {"poi_list_no_psrs", nullptr, P::ParsePoiListRst},

@@ -387,7 +387,7 @@ TEST(HostileInput, StringNodesWithoutTextReadAsEmpty) {
       {"address", P::GetAddrContentFromJson, false},     {"area_multi", P::ParseAreaMultiSearchRst, false},
       {"area_search", P::ParseAreaSearchRst, true},      {"circum_search", P::ParseCircumSearchRst, true},
       {"city_list", P::ParseCityList, false},            {"city_query", P::ParseCityQueryRst, false},
-      {"district", P::ParseDistrictRst, false},          {"especial", P::ParseEspecialQueryRst, false},
+      {"district", P::ParseDistrictRst, false},          {"coordinate_query", P::ParseEspecialQueryRst, false},
       {"indoor", P::ParsePoiIndoorRst, false},           {"poi_list", P::ParsePoiListRst, true},
       {"poi_list_no_psrs", P::ParsePoiListRst, false},   {"route_addr_1", P::ParseRouteAddrRst, false},
       {"route_addr_2", P::ParseRouteAddrRst, true},
