@@ -99,7 +99,7 @@ TEST(VBundle, ArraysAreCopiedWithTheirElements) {
 
 TEST(VBundle, PermanentAndOrdinaryKeysFindEachOther) {
   // Long keys: a permanent one keeps its hash, an ordinary one computes it.
-  const CVString permanent("vesk_realtime_price_flag", CVString::Permanent());
+  static const CVString permanent("vesk_realtime_price_flag", CVString::Permanent());
   CVBundle b;
   for (int i = 0; i < 20; ++i) b.SetInt(CVString(("key_number_" + std::to_string(i)).c_str()), i);
   b.SetInt(permanent, 7);
