@@ -33,7 +33,9 @@ class CVString {
   static constexpr int kInlineCapacity = 9;
 
   // Tag for strings that live as long as the program (the parser's static
-  // keys): their copies share the block without touching its counter.
+  // keys): their copies share the block without touching its counter, and
+  // the block is never freed. REQUIRES: a static object (elsewhere the block
+  // leaks).
   struct Permanent {};
 
   CVString() noexcept : m_len(0) { m_inline[0] = 0; }
