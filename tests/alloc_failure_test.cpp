@@ -139,6 +139,11 @@ struct Target {
   bool pairs_by_position;
 };
 
+// Names the target in test listings (instead of its bytes).
+void PrintTo(const Target& target, std::ostream* os) {
+  *os << target.op_name << " on " << target.example << "/" << target.path;
+}
+
 #define BUNDLE_OP(name) #name, P::name, nullptr
 #define ARRAY_OP(name) #name, nullptr, P::name
 
