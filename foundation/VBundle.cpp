@@ -170,8 +170,8 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     }
   }
 
-  // The position of `key` (whose hash is `hash`), or -1.
-  int Find(const CVString& key, uint32_t hash) const {
+  // The position of `key`, or -1. Small blocks never hash the key.
+  int Find(const CVString& key) const {
     const Entry* e = entries();
     if (!HasIndex()) {
       for (int i = 0; i < size; ++i) {
@@ -180,17 +180,17 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
       return -1;
     }
     const uint16_t* slots = index();
-    for (uint32_t slot = hash & index_mask;; slot = (slot + 1) & index_mask) {
+    for (uint32_t slot = KeyHash(key) & index_mask;; slot = (slot + 1) & index_mask) {
       uint16_t position = slots[slot];
       if (position == 0) return -1;
       if (e[position - 1].key == key) return position - 1;
     }
   }
 
-  void IndexEntry(int position, uint32_t hash) {
+  void IndexEntry(int position) {
     if (!HasIndex()) return;
     uint16_t* slots = index();
-    uint32_t slot = hash & index_mask;
+    uint32_t slot = KeyHash(entries()[position].key) & index_mask;
     while (slots[slot] != 0) slot = (slot + 1) & index_mask;
     slots[slot] = static_cast<uint16_t>(position + 1);
   }
@@ -198,7 +198,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   void RebuildIndex() {
     if (!HasIndex()) return;
     std::memset(index(), 0, sizeof(uint16_t) * (index_mask + 1));
-    for (int i = 0; i < size; ++i) IndexEntry(i, KeyHash(entries()[i].key));
+    for (int i = 0; i < size; ++i) IndexEntry(i);
   }
 
   // A copy of `rep` with room for `capacity` entries.
@@ -274,19 +274,18 @@ void CVBundle::Reserve(int count) {
 
 CVBundle::Entry* CVBundle::Find(const CVString& key, ValueType type) const {
   if (m_rep == nullptr) return nullptr;
-  int position = m_rep->Find(key, KeyHash(key));
+  int position = m_rep->Find(key);
   if (position < 0 || m_rep->types()[position] != type) return nullptr;
   return &m_rep->entries()[position];
 }
 
 int CVBundle::ContainsKey(const CVString& key) const {
-  return m_rep != nullptr && m_rep->Find(key, KeyHash(key)) >= 0;
+  return m_rep != nullptr && m_rep->Find(key) >= 0;
 }
 
 CVBundle::Entry* CVBundle::Slot(const CVString& key, ValueType type) {
   Detach();
-  uint32_t hash = KeyHash(key);
-  int position = m_rep != nullptr ? m_rep->Find(key, hash) : -1;
+  int position = m_rep != nullptr ? m_rep->Find(key) : -1;
   if (position >= 0) {
     Entry* e = &m_rep->entries()[position];
     e->DestroyValue(m_rep->types()[position]);
@@ -303,7 +302,7 @@ CVBundle::Entry* CVBundle::Slot(const CVString& key, ValueType type) {
   new (&e->key) CVString(key);
   m_rep->types()[position] = static_cast<uint8_t>(type);
   ++m_rep->size;
-  m_rep->IndexEntry(position, hash);
+  m_rep->IndexEntry(position);
   return e;
 }
 
@@ -374,7 +373,7 @@ void CVBundle::SetStringArray(const CVString& key, StringArray&& value) {
 void CVBundle::Remove(const CVString& key) {
   if (!ContainsKey(key)) return;
   Detach();
-  int position = m_rep->Find(key, KeyHash(key));
+  int position = m_rep->Find(key);
   Entry* e = &m_rep->entries()[position];
   e->DestroyValue(m_rep->types()[position]);
   e->key.~CVString();
