@@ -5,7 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <dirent.h>
+
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -19,7 +23,7 @@ Json ParseJson(const std::string& text) {
 
 std::string ToJson(const _quarn_vi::CVBundle& bundle) { return _quarn_vi::BundleToJson(bundle, false); }
 
-int Run(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::string& input, std::string* json) {
+int Run(Op op, const std::string& input, std::string* json) {
   Json root = ParseJson(input);
   _quarn_vi::CVBundle bundle;
   int result = op(root.get(), bundle);
@@ -27,7 +31,7 @@ int Run(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::string& input, std::
   return result;
 }
 
-void ExpectCases(int (*op)(cJSON*, _quarn_vi::CVBundle&), const std::vector<OpCase>& cases) {
+void ExpectCases(Op op, const std::vector<OpCase>& cases) {
   for (const OpCase& c : cases) {
     SCOPED_TRACE(c.input);
     std::string json;
@@ -65,6 +69,69 @@ std::string ReadFile(const std::string& path) {
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
+}
+
+std::vector<std::string> ExampleNames() {
+  std::vector<std::string> names;
+  if (DIR* dir = opendir(SOURCE_DIR "/examples")) {
+    while (dirent* entry = readdir(dir)) {
+      const std::string file = entry->d_name;
+      if (file.size() > 5 && file.compare(file.size() - 5, 5, ".json") == 0) {
+        names.push_back(file.substr(0, file.size() - 5));
+      }
+    }
+    closedir(dir);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string ReadExample(const std::string& name) { return ReadFile(SOURCE_DIR "/examples/" + name + ".json"); }
+
+#define BUNDLE_OP(name) #name, P::name, nullptr
+#define ARRAY_OP(name) #name, nullptr, P::name
+
+const std::vector<ExampleOp>& ExampleOps() {
+  static const std::vector<ExampleOp> ops = {
+      {"address", "", false, BUNDLE_OP(GetAddrContentFromJson)},
+      {"area_multi", "", false, BUNDLE_OP(ParseAreaMultiSearchRst)},
+      {"area_search", "", true, BUNDLE_OP(ParseAreaSearchRst)},
+      {"circum_search", "", true, BUNDLE_OP(ParseCircumSearchRst)},
+      {"city_list", "", false, BUNDLE_OP(ParseCityList)},
+      {"city_list", "traffic_citys/contents", false, ARRAY_OP(GetCityInfoArrayFromJson)},
+      {"city_list", "traffic_citys/contents/0", false, BUNDLE_OP(GetCityInfoFromJson)},
+      {"city_query", "", false, BUNDLE_OP(ParseCityQueryRst)},
+      {"district", "", false, BUNDLE_OP(ParseDistrictRst)},
+      {"coordinate_query", "", false, BUNDLE_OP(ParseEspecialQueryRst)},
+      {"indoor", "", false, BUNDLE_OP(ParsePoiIndoorRst)},
+      {"indoor", "data/poi_list/0", false, BUNDLE_OP(GetIndoorPoiContentFromJson)},
+      {"poi_list", "", true, BUNDLE_OP(ParsePoiListRst)},
+      {"poi_list", "poi_result/contents/0", true, BUNDLE_OP(GetPoiContentFromJson)},
+      {"poi_list", "poi_result/contents/0/show", true, BUNDLE_OP(GetPoiShowFromJson)},
+      {"poi_list", "poi_result/contents/0/ext/detail_info", true, BUNDLE_OP(GetPoiDetailFromJson)},
+      {"poi_list", "poi_result/psrs", true, BUNDLE_OP(GetPsrsFromJson)},
+      {"poi_list", "poi_result/suggest_query", true, BUNDLE_OP(GetSuggestQueryFromJson)},
+      {"poi_list_no_psrs", "", false, BUNDLE_OP(ParsePoiListRst)},
+      {"poi_list_refused", "", false, BUNDLE_OP(ParsePoiListRst)},
+      {"route_addr_1", "", false, BUNDLE_OP(ParseRouteAddrRst)},
+      {"route_addr_1", "result", false, BUNDLE_OP(GetRPAddrResInfoFromJson)},
+      {"route_addr_1", "content/start", false, ARRAY_OP(GetRPAddrListFromJson)},
+      {"route_addr_2", "", true, BUNDLE_OP(ParseRouteAddrRst)},
+      {"route_addr_2", "", true, BUNDLE_OP(ParseRouteAddrPHPUI2Rst)},
+  };
+  return ops;
+}
+
+cJSON* NodeAt(cJSON* root, const std::string& path) {
+  cJSON* node = root;
+  for (size_t at = 0; node != nullptr && at < path.size();) {
+    const size_t end = std::min(path.find('/', at), path.size());
+    const std::string step = path.substr(at, end - at);
+    node = step[0] >= '0' && step[0] <= '9' ? _quarn_vi::cJSON_GetArrayItem(node, std::atoi(step.c_str()))
+                                            : _quarn_vi::cJSON_GetObjectItem(node, step.c_str());
+    at = end + 1;
+  }
+  return node;
 }
 
 }  // namespace testing_support

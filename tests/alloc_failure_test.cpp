@@ -120,60 +120,8 @@ using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
 using _quarn_vi::CVString;
 using P = CPoiJsonObjParser;
-using BundleOp = int (*)(cJSON*, CVBundle&);
-using ArrayOp = int (*)(cJSON*, P::BundleArray&);
 
-// ---- What is swept --------------------------------------------------------------
-
-// An operation on a node of an example answer.
-struct Target {
-  const char* example;  // examples/<example>.json
-  const char* path;     // the node: '/'-separated members and indexes ("" = the root)
-  bool utf8;            // the text mode flag the answer needs
-  const char* op_name;
-  BundleOp op;
-  ArrayOp array_op;
-  // The way point results pair status records and candidate lists by
-  // position: an element left out of one list shifts the pairs, so the
-  // bundle is not a subset of the full one (the contract says so).
-  bool pairs_by_position;
-};
-
-// Names the target in test listings (instead of its bytes).
-void PrintTo(const Target& target, std::ostream* os) {
-  *os << target.op_name << " on " << target.example << "/" << target.path;
-}
-
-#define BUNDLE_OP(name) #name, P::name, nullptr
-#define ARRAY_OP(name) #name, nullptr, P::name
-
-const Target kTargets[] = {
-    {"address", "", false, BUNDLE_OP(GetAddrContentFromJson), false},
-    {"area_multi", "", false, BUNDLE_OP(ParseAreaMultiSearchRst), false},
-    {"area_search", "", true, BUNDLE_OP(ParseAreaSearchRst), false},
-    {"circum_search", "", true, BUNDLE_OP(ParseCircumSearchRst), false},
-    {"city_list", "", false, BUNDLE_OP(ParseCityList), false},
-    {"city_list", "traffic_citys/contents", false, ARRAY_OP(GetCityInfoArrayFromJson), false},
-    {"city_list", "traffic_citys/contents/0", false, BUNDLE_OP(GetCityInfoFromJson), false},
-    {"city_query", "", false, BUNDLE_OP(ParseCityQueryRst), false},
-    {"district", "", false, BUNDLE_OP(ParseDistrictRst), false},
-    {"coordinate_query", "", false, BUNDLE_OP(ParseEspecialQueryRst), false},
-    {"indoor", "", false, BUNDLE_OP(ParsePoiIndoorRst), false},
-    {"indoor", "data/poi_list/0", false, BUNDLE_OP(GetIndoorPoiContentFromJson), false},
-    {"poi_list", "", true, BUNDLE_OP(ParsePoiListRst), false},
-    {"poi_list", "poi_result/contents/0", true, BUNDLE_OP(GetPoiContentFromJson), false},
-    {"poi_list", "poi_result/contents/0/show", true, BUNDLE_OP(GetPoiShowFromJson), false},
-    {"poi_list", "poi_result/contents/0/ext/detail_info", true, BUNDLE_OP(GetPoiDetailFromJson), false},
-    {"poi_list", "poi_result/psrs", true, BUNDLE_OP(GetPsrsFromJson), false},
-    {"poi_list", "poi_result/suggest_query", true, BUNDLE_OP(GetSuggestQueryFromJson), false},
-    {"poi_list_no_psrs", "", false, BUNDLE_OP(ParsePoiListRst), false},
-    {"poi_list_refused", "", false, BUNDLE_OP(ParsePoiListRst), false},
-    {"route_addr_1", "", false, BUNDLE_OP(ParseRouteAddrRst), true},
-    {"route_addr_1", "result", false, BUNDLE_OP(GetRPAddrResInfoFromJson), false},
-    {"route_addr_1", "content/start", false, ARRAY_OP(GetRPAddrListFromJson), false},
-    {"route_addr_2", "", true, BUNDLE_OP(ParseRouteAddrRst), true},
-    {"route_addr_2", "", true, BUNDLE_OP(ParseRouteAddrPHPUI2Rst), true},
-};
+using testing_support::ExampleOp;
 
 // Keys whose values count or flag what a list received: a list that lost
 // elements changes them (or adds them: a candidate list cut to one place is
@@ -182,22 +130,6 @@ const std::set<std::string> kDerivedKeys = {
     "count", "st_count", "en_count", "wp_count", "have_stprio", "have_enprio", "have_wpprio",
     "hasAddrList", "current_null",
 };
-
-cJSON* NodeAt(cJSON* root, const std::string& path) {
-  cJSON* node = root;
-  size_t at = 0;
-  while (node != nullptr && at < path.size()) {
-    size_t slash = path.find('/', at);
-    std::string step = path.substr(at, slash == std::string::npos ? std::string::npos : slash - at);
-    at = slash == std::string::npos ? path.size() : slash + 1;
-    if (step[0] >= '0' && step[0] <= '9') {
-      node = _quarn_vi::cJSON_GetArrayItem(node, std::atoi(step.c_str()));
-    } else {
-      node = _quarn_vi::cJSON_GetObjectItem(node, step.c_str());
-    }
-  }
-  return node;
-}
 
 // ---- Leaves: what a bundle holds, as "path=value" texts ----------------------------
 // Array indexes are left out of the paths, so that a list that lost elements
@@ -271,7 +203,7 @@ struct Call {
 
 // Calls the target's operation with `injector` armed as asked (k = 0 fails
 // nothing). A std::bad_alloc is caught here, at the caller.
-void Invoke(const Target& target, cJSON* node, Injector& injector, long long k, bool persistent, Call& call) {
+void Invoke(const ExampleOp& target, cJSON* node, Injector& injector, long long k, bool persistent, Call& call) {
   CJsonObjParser::isParsePHPUI2Res = target.utf8 ? 1 : 0;
   injector.Arm(k, persistent);
   try {
@@ -289,7 +221,7 @@ struct SweepCount {
 };
 
 // Fails request k = 1, 2, ... of `injector` until a run sees no failure.
-SweepCount Sweep(const Target& target, cJSON* node, Injector& injector, bool persistent,
+SweepCount Sweep(const ExampleOp& target, cJSON* node, Injector& injector, bool persistent,
                  const Call& reference, const std::set<std::string>& reference_leaves) {
   const bool throws = &injector == &g_new;
   SweepCount count;
@@ -321,7 +253,11 @@ SweepCount Sweep(const Target& target, cJSON* node, Injector& injector, bool per
       // and holds nothing the full parse does not give.
       const std::string json = call.Json();
       EXPECT_FALSE(json.empty());
-      if (!target.pairs_by_position || throws) {
+      // The way point results pair status records and candidate lists by
+      // position: an element left out of one list shifts the pairs, so the
+      // bundle is not a subset of the full one (the contract says so).
+      const bool pairs_by_position = target.op == P::ParseRouteAddrRst || target.op == P::ParseRouteAddrPHPUI2Rst;
+      if (!pairs_by_position || throws) {
         for (const std::string& leaf : call.Leaves()) {
           EXPECT_EQ(reference_leaves.count(leaf), 1u) << "not in the full bundle: " << leaf;
         }
@@ -334,7 +270,7 @@ SweepCount Sweep(const Target& target, cJSON* node, Injector& injector, bool per
   return count;
 }
 
-class AllocFailure : public ::testing::TestWithParam<Target> {
+class AllocFailure : public ::testing::TestWithParam<ExampleOp> {
  protected:
   void SetUp() override {
     _quarn_vi::CVMemHooks hooks{CVMemAllocate, CVMemDeallocate, nullptr};
@@ -347,10 +283,9 @@ class AllocFailure : public ::testing::TestWithParam<Target> {
 };
 
 TEST_P(AllocFailure, EveryRequestFailsInTurn) {
-  const Target& target = GetParam();
-  const std::string text = testing_support::ReadFile(std::string(SOURCE_DIR) + "/examples/" + target.example + ".json");
-  testing_support::Json root = testing_support::ParseJson(text);
-  cJSON* node = NodeAt(root.get(), target.path);
+  const ExampleOp& target = GetParam();
+  testing_support::Json root = testing_support::ParseJson(testing_support::ReadExample(target.example));
+  cJSON* node = testing_support::NodeAt(root.get(), target.path);
   ASSERT_NE(node, nullptr) << target.path;
 
   // The full parse; it also builds the operations' tables, which live on.
@@ -371,7 +306,7 @@ TEST_P(AllocFailure, EveryRequestFailsInTurn) {
               counts[2].points, counts[0].runs + counts[1].runs + counts[2].runs + counts[3].runs);
 }
 
-std::string TargetName(const ::testing::TestParamInfo<Target>& info) {
+std::string TargetName(const ::testing::TestParamInfo<ExampleOp>& info) {
   std::string name = std::string(info.param.op_name) + "_" + info.param.example;
   for (char& c : name) {
     if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))) c = '_';
@@ -379,7 +314,7 @@ std::string TargetName(const ::testing::TestParamInfo<Target>& info) {
   return name + "_" + std::to_string(info.index);
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, AllocFailure, ::testing::ValuesIn(kTargets), TargetName);
+INSTANTIATE_TEST_SUITE_P(Examples, AllocFailure, ::testing::ValuesIn(testing_support::ExampleOps()), TargetName);
 
 // Storing an array in a bundle that has no entry block yet takes one request
 // (the block; the array lives in its entry, the copy of a const array takes

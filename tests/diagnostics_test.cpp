@@ -3,13 +3,7 @@
 // block when no collector is installed.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
-#include <fstream>
 #include <new>
 #include <string>
 #include <vector>
@@ -18,10 +12,8 @@
 #include "foundation/VMem.h"
 #include "json_readers/Diagnostics.h"
 
-// ---- Heap block counting ----------------------------------------------------
-// Under AddressSanitizer its allocator hooks see every malloc and operator
-// new; elsewhere the test replaces operator new. Only blocks allocated while
-// g_counting is set on this thread are counted.
+// Heap blocks allocated while g_counting is set on this thread: seen by the
+// allocator hooks of AddressSanitizer, elsewhere by a replaced operator new.
 
 namespace {
 thread_local bool g_counting = false;
@@ -57,13 +49,12 @@ void InstallHeapCounter() {}
 
 namespace {
 
-using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
 using _quarn_vi::CVDiagnostics;
 using _quarn_vi::CVDiagnosticsScope;
 using testing_support::Json;
-using P = CPoiJsonObjParser;
-using Op = int (*)(cJSON*, CVBundle&);
+using testing_support::Op;
+using testing_support::P;
 
 // Heap blocks and CVMem blocks allocated by one call of `op`, without a
 // collector.
@@ -428,19 +419,6 @@ void CheckEveryOperation(cJSON* root) {
   }
 }
 
-std::vector<std::string> ExampleFiles() {
-  std::vector<std::string> files;
-  const std::string dir = std::string(SOURCE_DIR) + "/examples/";
-  if (DIR* d = opendir(dir.c_str())) {
-    while (dirent* e = readdir(d)) {
-      const std::string name = e->d_name;
-      if (name.size() > 5 && name.compare(name.size() - 5, 5, ".json") == 0) files.push_back(dir + name);
-    }
-    closedir(d);
-  }
-  return files;
-}
-
 // The (container, child) pairs of a tree, in a fixed order.
 std::vector<std::pair<cJSON*, cJSON*>> Children(cJSON* root) {
   std::vector<std::pair<cJSON*, cJSON*>> children;
@@ -459,11 +437,11 @@ std::vector<std::pair<cJSON*, cJSON*>> Children(cJSON* root) {
 // The examples as they are, and with each member or element in turn removed
 // or replaced by a value of another type.
 TEST(Diagnostics, ReportingChangesNoResultAndNoBundle) {
-  const std::vector<std::string> files = ExampleFiles();
-  ASSERT_FALSE(files.empty());
-  for (const std::string& file : files) {
-    SCOPED_TRACE(file);
-    Json root = testing_support::ParseJson(testing_support::ReadFile(file));
+  const std::vector<std::string> names = testing_support::ExampleNames();
+  ASSERT_FALSE(names.empty());
+  for (const std::string& name : names) {
+    SCOPED_TRACE(name);
+    Json root = testing_support::ParseJson(testing_support::ReadExample(name));
     ASSERT_NE(root, nullptr);
     CheckEveryOperation(root.get());
     const size_t count = Children(root.get()).size();
@@ -542,37 +520,10 @@ TEST(Diagnostics, NoCollectorAllocatesNothingForReports) {
 
 // ---- poiparse --explain ----------------------------------------------------------
 
-std::string RunTool(const std::string& args, const std::string& input, int* status) {
-  static int calls = 0;
-  const std::string in = testing::TempDir() + "explain_" + std::to_string(getpid()) + "_" +
-                         std::to_string(++calls) + ".in";
-  std::ofstream(in, std::ios::binary) << input;
-  const std::string command = std::string(POIPARSE_PATH) + " " + args + " <" + in + " 2>/dev/null";
-  std::string out;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) out.append(buf, n);
-    const int raw = pclose(pipe);
-    *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  }
-  std::remove(in.c_str());
-  return out;
-}
-
 TEST(Diagnostics, PoiparseExplainAddsTheReportsToEachAnswer) {
-  int status = -1;
-  EXPECT_EQ(RunTool("--compact --explain --kind circum", R"({"result": {}, "content": [{"name": "a"}, 2]})",
-                    &status),
-            "{\"kind\":\"circum\",\"result\":0,\"bundle\":{\"count\":2,\"pois\":[{\"name\":\"a\",\"type\":0}]},"
-            "\"diagnostics\":[{\"path\":\"$.content[1]\",\"severity\":\"skipped\","
-            "\"message\":\"left out: number where an object was expected\"},"
-            "{\"path\":\"$.center\",\"severity\":\"refused\",\"message\":\"absent\"}]}\n");
-  EXPECT_EQ(status, 1);
-
   // A record operation refuses a root of the wrong type without a report of
   // its own: the tool says it for "$".
-  EXPECT_EQ(RunTool("--compact --explain --kind poi", "[1]", &status),
+  EXPECT_EQ(testing_support::RunTool("--compact --explain --kind poi", "[1]").out,
             "{\"kind\":\"poi\",\"result\":0,\"bundle\":{},\"diagnostics\":[{\"path\":\"$\","
             "\"severity\":\"refused\",\"message\":\"array not accepted as a poi record\"}]}\n");
 
@@ -580,15 +531,14 @@ TEST(Diagnostics, PoiparseExplainAddsTheReportsToEachAnswer) {
   const std::string jsonl =
       "{\"result\": {\"error\": 4}, \"traffic_citys\": {}}\n"
       "{\"result\": {\"error\": 0}, \"traffic_citys\": {\"contents\": [1]}}\n";
-  EXPECT_EQ(RunTool("--jsonl -j 2 --explain", jsonl, &status),
+  const testing_support::ToolOutcome outcome = testing_support::RunTool("--jsonl -j 2 --explain", jsonl);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.out,
             "{\"kind\":\"city-list\",\"result\":0,\"bundle\":{},\"diagnostics\":[{\"path\":\"$.result.error\","
             "\"severity\":\"refused\",\"message\":\"status is 4, not 0\"}]}\n"
             "{\"kind\":\"city-list\",\"result\":1,\"bundle\":{\"current_null\":false},\"diagnostics\":["
             "{\"path\":\"$.traffic_citys.contents[0]\",\"severity\":\"skipped\","
             "\"message\":\"left out: number where an object was expected\"}]}\n");
-
-  // Without --explain the output has no "diagnostics".
-  EXPECT_EQ(RunTool("--compact --kind poi", "[1]", &status), "{\"kind\":\"poi\",\"result\":0,\"bundle\":{}}\n");
 }
 
 }  // namespace

@@ -7,9 +7,7 @@
 // uses it too). Set UPDATE_GOLDEN=1 to rewrite the .out files.
 #include <gtest/gtest.h>
 
-
 #include <cstdlib>
-#include <dirent.h>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -17,21 +15,6 @@
 #include "TestSupport.h"
 
 namespace {
-
-std::vector<std::string> ExampleNames() {
-  std::vector<std::string> names;
-  std::string dir = std::string(SOURCE_DIR) + "/examples";
-  if (DIR* d = opendir(dir.c_str())) {
-    while (dirent* e = readdir(d)) {
-      std::string file = e->d_name;
-      if (file.size() > 5 && file.compare(file.size() - 5, 5, ".json") == 0) {
-        names.push_back(file.substr(0, file.size() - 5));
-      }
-    }
-    closedir(d);
-  }
-  return names;
-}
 
 bool Exists(const std::string& path) { return std::ifstream(path).good(); }
 
@@ -43,7 +26,7 @@ std::string FirstLine(const std::string& path) {
 }
 
 TEST(ToolGolden, EveryExampleMatchesItsGoldenOutput) {
-  std::vector<std::string> names = ExampleNames();
+  const std::vector<std::string> names = testing_support::ExampleNames();
   ASSERT_FALSE(names.empty());
   const std::string golden = std::string(SOURCE_DIR) + "/tests/golden/";
   for (const std::string& name : names) {
