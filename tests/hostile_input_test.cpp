@@ -17,6 +17,7 @@ namespace {
 using _quarn_framework::CJsonObjParser;
 using _quarn_vi::CVBundle;
 using _quarn_vi::CVString;
+using testing_support::AsList;
 using testing_support::Op;
 using testing_support::P;
 
@@ -338,7 +339,7 @@ TEST(HostileInput, EveryMemberOfTheWrongType) {
       {"city records", P::ParseCityList,
        R"({"result":{"error":0},"traffic_citys":{"contents":[{"code":{},"num":[],"name":{}},[],"x"]}})", 1,
        R"({"count":1,"citys":[{}],"current_null":true})"},
-      {"city array", testing_support::AsList<P::GetCityInfoArrayFromJson>, R"([[],"x",null])", 0, R"({"list":[]})"},
+      {"city array", AsList<P::GetCityInfoArrayFromJson>, R"([[],"x",null])", 0, R"({"list":[]})"},
       // POI records.
       {"POI record", P::GetPoiContentFromJson,
        R"({"geo":{},"name":[],"uid":{},"acc_flag":{},"addr":[],"detail":{},"tel":{},"poiType":{},)"
@@ -430,7 +431,8 @@ TEST(HostileInput, EveryMemberOfTheWrongType) {
        1, "{}"},
       {"route point flags", P::GetRPAddrResInfoFromJson, R"({"city_list":[{},[],"x"],"prio_flag":[{}]})", 1,
        "{}"},
-      {"route places", testing_support::AsList<P::GetRPAddrListFromJson>, R"([{},{"uid":{},"name":[]},"x"])", 1, R"({"list":[{},{}]})"},
+      {"route places", AsList<P::GetRPAddrListFromJson>, R"([{},{"uid":{},"name":[]},"x"])", 1,
+       R"({"list":[{},{}]})"},
       {"route, first form", P::ParseRouteAddrPHPUIRst, R"({"result":[],"current_city":[],"content":[]})", 1,
        R"({"address_info":{}})"},
       {"route candidates, first form", P::ParseRouteAddrPHPUIRst,

@@ -10,95 +10,51 @@
 namespace {
 
 using _quarn_framework::CJsonObjParser;
-using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
-using _quarn_vi::CVString;
-using P = CPoiJsonObjParser;
-
-struct Case {
-  const char* name;
-  std::string input;
-  int result;
-  const char* expected;
-};
-
-void RunCases(int (*op)(cJSON*, CVBundle&), const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::string json;
-    EXPECT_EQ(testing_support::Run(op, c.input, &json), c.result);
-    EXPECT_EQ(json, c.expected);
-  }
-}
+using testing_support::ExpectCases;
+using testing_support::P;
 
 TEST(RouteAddrStatus, PointFlagsKeywordsAndCities) {
-  RunCases(P::GetRPAddrResInfoFromJson, {
-    {"start, two way points, end",
-     R"({"city_list":[0,1,1,0],"prio_flag":[1,0,0,1],"wp_wd":["a","b"]})", 1,
+  ExpectCases(P::GetRPAddrResInfoFromJson, {
+    // Start, two way points, end.
+    {R"({"city_list":[0,1,1,0],"prio_flag":[1,0,0,1],"wp_wd":["a","b"]})", 1,
      R"({"have_stcitylist":false,"have_stprio":true,"have_encitylist":false,"have_enprio":true,)"
      R"("wplist":[{"have_wpcitylist":true,"have_wpprio":false,"wp_keyword":"a"},)"
      R"({"have_wpcitylist":true,"have_wpprio":false,"wp_keyword":"b"}]})"},
-    {"one point is a start only", R"({"city_list":[1],"prio_flag":[1]})", 1,
-     R"({"have_stcitylist":true,"have_stprio":true})"},
-    {"an unreadable prio_flag element keeps the flag of the last readable one",
-     R"({"city_list":[0,1,0,0],"prio_flag":[1,"x"]})", 1,
+    {R"({"city_list":[1],"prio_flag":[1]})", 1, R"({"have_stcitylist":true,"have_stprio":true})"},
+    // An unreadable prio_flag element keeps the flag of the last readable one.
+    {R"({"city_list":[0,1,0,0],"prio_flag":[1,"x"]})", 1,
      R"({"have_stcitylist":false,"have_stprio":true,"have_encitylist":false,"have_enprio":true,)"
      R"("wplist":[{"have_wpcitylist":true,"have_wpprio":true},{"have_wpcitylist":false,"have_wpprio":true}]})"},
-    {"a missing middle element moves the later way points up, keywords by position",
-     R"({"city_list":[0,null,1,0],"prio_flag":[0,0,1,0],"wp_wd":["w1","w2"]})", 1,
+    // A missing middle element moves the later way points up, keywords by position.
+    {R"({"city_list":[0,null,1,0],"prio_flag":[0,0,1,0],"wp_wd":["w1","w2"]})", 1,
      R"({"have_stcitylist":false,"have_stprio":false,"have_encitylist":false,"have_enprio":false,)"
      R"("wplist":[{"have_wpcitylist":true,"have_wpprio":true,"wp_keyword":"w2"}]})"},
-    {"a missing last element drops the end and the way points",
-     R"({"city_list":[0,1,{}],"wp_wd":["w1"]})", 1,
-     R"({"have_stcitylist":false,"have_stprio":false})"},
-    {"wp_wd shorter than the way points, or with a non-string",
-     R"({"city_list":[0,0,0,0,0],"wp_wd":[7,"w2"]})", 1,
+    // A missing last element drops the end and the way points.
+    {R"({"city_list":[0,1,{}],"wp_wd":["w1"]})", 1, R"({"have_stcitylist":false,"have_stprio":false})"},
+    // wp_wd shorter than the way points, or with a non-string.
+    {R"({"city_list":[0,0,0,0,0],"wp_wd":[7,"w2"]})", 1,
      R"({"have_stcitylist":false,"have_stprio":false,"have_encitylist":false,"have_enprio":false,)"
      R"("wplist":[{"have_wpcitylist":false,"have_wpprio":false},)"
      R"({"have_wpcitylist":false,"have_wpprio":false,"wp_keyword":"w2"},)"
      R"({"have_wpcitylist":false,"have_wpprio":false}]})"},
-    {"no flags: keywords and cities are still read",
-     R"({"city_list":{"0":1},"s_wd":"西直门","e_wd":"E","if_nav":1,)"
+    // No flags: keywords and cities are still read.
+    {R"({"city_list":{"0":1},"s_wd":"西直门","e_wd":"E","if_nav":1,)"
      R"("start_city":{"cname":"北京市","code":131},"end_city":{"cname":"X","code":"7"}})", 1,
      R"({"st_keyword":"西直门","en_keyword":"E","is_incity":true,"st_cityname":"北京市",)"
      R"("st_citycode":131,"en_cityname":"X","en_citycode":7})"},
-    {"not an object", "[1]", 0, "{}"},
+    {"[1]", 0, "{}"},
   });
 }
 
-TEST(RouteAddrStatus, WayPointKeywordsFollowTheTextRule) {
-  const std::string input = R"({"city_list":[0,0,0],"wp_wd":["外滩"],"s_wd":"外滩"})";
-  std::string utf8, bytes;
-  {
-    testing_support::TextModeScope scope(true);
-    testing_support::Run(P::GetRPAddrResInfoFromJson, input, &utf8);
-  }
-  testing_support::Run(P::GetRPAddrResInfoFromJson, input, &bytes);
-  CVBundle widened;  // without the flag each byte becomes one character
-  widened.SetString(CVString("wp_keyword"), CVString("\xE5\xA4\x96\xE6\xBB\xA9"));
-  const std::string widened_json = testing_support::ToJson(widened);
-  EXPECT_NE(utf8.find(R"("wp_keyword":"外滩")"), std::string::npos) << utf8;
-  EXPECT_NE(bytes.find(widened_json.substr(1, widened_json.size() - 2)), std::string::npos) << bytes;
-  EXPECT_NE(bytes.find(R"("st_keyword":"外滩")"), std::string::npos);  // the readers decode anyway
-}
-
-// The candidate places of one point, stored under "places" for comparison.
-int ReadPlaces(cJSON* node, CVBundle& out) {
-  CPoiJsonObjParser::BundleArray places;
-  int result = P::GetRPAddrListFromJson(node, places);
-  out.SetBundleArray(CVString("places"), places);
-  return result;
-}
-
 TEST(RouteAddrPlaces, OneRecordReusedAcrossElements) {
-  RunCases(ReadPlaces, {
-    {"a member missing later keeps the earlier value; non-objects are skipped",
-     R"([{"uid":"u1","name":"n1","addr":"a1","geo":"g1"},3,{"uid":"u2","name":"n2"}])", 1,
-     R"({"places":[{"uid":"u1","name":"n1","addr":"a1","geo":"g1"},)"
+  ExpectCases(testing_support::AsList<P::GetRPAddrListFromJson>, {
+    // A member missing later keeps the earlier value; non-objects are skipped.
+    {R"([{"uid":"u1","name":"n1","addr":"a1","geo":"g1"},3,{"uid":"u2","name":"n2"}])", 1,
+     R"({"list":[{"uid":"u1","name":"n1","addr":"a1","geo":"g1"},)"
      R"({"uid":"u2","name":"n2","addr":"a1","geo":"g1"}]})"},
-    {"empty array", "[]", 0, R"({"places":[]})"},
-    {"only non-objects", "[1,[],null]", 0, R"({"places":[]})"},
-    {"not an array", R"({"uid":"u1"})", 0, R"({"places":[]})"},
+    {"[1,[],null]", 0, R"({"list":[]})"},
+    {R"({"uid":"u1"})", 0, R"({"list":[]})"},
   });
 }
 
@@ -181,11 +137,12 @@ TEST(RouteAddrForms, DecisionTableForStartEndAndWayPoints) {
 }
 
 TEST(RouteAddrForms, FramesAndMissingParts) {
-  RunCases(P::ParseRouteAddrPHPUIRst, {
-    {"no content", R"({"result":{"city_list":[1,0]},"current_city":{"code":9},"content":[]})", 1,
+  ExpectCases(P::ParseRouteAddrPHPUIRst, {
+    {R"({"result":{"city_list":[1,0]},"current_city":{"code":9},"content":[]})", 1,
      R"({"current_city":{"code":9,"level":0},"address_info":{"have_stcitylist":true,)"
      R"("have_stprio":false,"have_encitylist":false,"have_enprio":false}})"},
-    {"no status block: start and end read as places", R"({"content":{"start":)" PLACE1 "}}", 1,
+    // No status block: start and end read as places.
+    {R"({"content":{"start":)" PLACE1 "}}", 1,
      R"({"startpoints":)" PLACE1 R"(,"address_info":{"st_count":1,"have_stprio":true,"en_count":0}})"},
   });
   CVBundle untouched;
@@ -195,14 +152,15 @@ TEST(RouteAddrForms, FramesAndMissingParts) {
 
   const std::string pois = R"("traffic_pois":{"option":{"city_list":[0,0,0]},"current_city":{"code":9},)"
                            R"("content":{"start":)" PLACE1 "}}";
-  RunCases(P::ParseRouteAddrPHPUI2Rst, {
-    {"error 1", R"({"result":{"error":1},)" + pois + "}", 0, "{}"},
-    {"no error member", R"({"result":{},)" + pois + "}", 0, "{}"},
-    {"no traffic_pois", R"({"result":{"error":0}})", 0, "{}"},
-    {"no option", R"({"result":{"error":0},"traffic_pois":{"content":{}}})", 0, "{}"},
-    {"no content", R"({"result":{"error":0},"traffic_pois":{"option":[],"current_city":{"code":9}}})",
-     1, R"({"current_city":{"code":9,"level":0},"address_info":{}})"},
-    {"way points without multi_waypoints", R"({"result":{"error":"0"},)" + pois + "}", 1,
+  ExpectCases(P::ParseRouteAddrPHPUI2Rst, {
+    {R"({"result":{"error":1},)" + pois + "}", 0, "{}"},
+    {R"({"result":{},)" + pois + "}", 0, "{}"},
+    {R"({"result":{"error":0}})", 0, "{}"},
+    {R"({"result":{"error":0},"traffic_pois":{"content":{}}})", 0, "{}"},
+    {R"({"result":{"error":0},"traffic_pois":{"option":[],"current_city":{"code":9}}})", 1,
+     R"({"current_city":{"code":9,"level":0},"address_info":{}})"},
+    // Way points without multi_waypoints.
+    {R"({"result":{"error":"0"},)" + pois + "}", 1,
      R"({"current_city":{"code":9,"level":0},"startpoints":)" PLACE1 R"(,"hasAddrList":true,)"
      R"("address_info":{"have_stcitylist":false,"have_stprio":true,"have_encitylist":false,)"
      R"("have_enprio":false,"st_count":1,"en_count":0}})"},
