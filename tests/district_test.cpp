@@ -50,7 +50,6 @@ TEST(District, RefusalsKeepTheCurrentCity) {
     {District("[]"), 0, "{" CITY "}"},
     {District(R"(["1|5,6"])"), 0, "{" CITY "}"},
     {District("[{}]"), 0, "{" CITY "}"},
-    {District(R"([{"geo":""}])"), 0, "{" CITY "}"},
     {District(R"([{"geo":"1|"}])"), 0, "{" CITY "}"},
     {District(R"([{"geo":"1|5,x"}])"), 0, "{" CITY "}"},
     {R"({"result":{},"content":[{"geo":"1|"}]})", 0, "{}"},
@@ -75,12 +74,9 @@ TEST(EspecialQuery, RefusalsStoreNothing) {
   testing_support::ExpectCases(P::ParseEspecialQueryRst, {
     {R"({"content":["1,2"]})", 0, "{}"},
     {R"({"content":[]})", 0, "{}"},
-    {R"({"content":"1,2"})", 0, "{}"},
     {R"([{"content":["1,2","3"]}])", 0, "{}"},
-    {R"({"content":[12,"3"]})", 0, "{}"},
     {R"({"content":["12","3"]})", 0, "{}"},
     {R"({"content":["0000000000000000.125,1","3"]})", 0, "{}"},
-    {R"({"content":["1,2",3]})", 0, "{}"},
   });
   CVBundle bundle;
   EXPECT_EQ(P::ParseEspecialQueryRst(nullptr, bundle), 0);

@@ -45,11 +45,8 @@ TEST(PoiList, RefusalsKeepWhatWasStoredBefore) {
   EXPECT_EQ(CPoiJsonObjParser::ParsePoiListRst(nullptr, bundle), 0);
   const Case cases[] = {
       {"!{}", 0, "{}"},
-      {R"(!{"result":[],"poi_result":{"option":{},"place_info":{}}})", 0, "{}"},
       {R"(!{"result":{"error":1},"poi_result":{"option":{},"place_info":{}}})", 0, "{}"},
-      {R"(!{"result":{},"poi_result":{"option":{},"place_info":{}}})", 0, "{}"},
       {R"(!{"result":{"error":0}})", 0, R"({"search_type":0})"},
-      {R"(!{"result":{"error":0},"poi_result":[]})", 0, R"({"search_type":0})"},
       {R"(!{"result":{"error":0},"poi_result":{"place_info":{}}})", 0, R"({"search_type":0})"},
       {R"(!{"result":{"error":0},"poi_result":{"option":"x","place_info":{}}})", 0,
        R"({"search_type":0})"},
@@ -69,19 +66,14 @@ TEST(PoiList, ListsAndPlaceParameters) {
       {"", 1, "{" BASE "}"},
       {R"("place_info":{"d_data_type":"cater","d_sort_type":"dist","d_sort_rule":1})", 1,
        R"({"search_type":0,"placeparam":{"type":"cater","sortkey":"dist","sortrule":1},"count":0})"},
-      {R"("place_info":{"d_sort_rule":"x"})", 1, "{" BASE "}"},
       {R"("current_city":{"code":131,"level":12})", 1,
        R"({"search_type":0,"placeparam":{},"current_city":{"code":131,"level":12},"count":0})"},
-      {R"("current_city":"x")", 1, "{" BASE "}"},
       // "count" is the JSON array's length; elements without a record are skipped.
       {R"("contents":[{"name":"A"},3,{"name":"B"}])", 1,
        R"({"search_type":0,"placeparam":{},"count":3,"pois":[{"name":"A","type":0},{"name":"B","type":0}]})"},
-      {R"("contents":[1,"x"])", 1, R"({"search_type":0,"placeparam":{},"count":2})"},
       {R"("contents":[])", 1, "{" BASE "}"},
-      {R"("contents":{"name":"A"})", 1, "{" BASE "}"},
       {R"("addrs":["x",{},{"geo":"g","name":"n","addr":"a","x":1}])", 1,
        "{" BASE R"(,"addrs":[{},{"addr":"a","name":"n","geo":"g"}]})"},
-      {R"("addrs":{"addr":"a"})", 1, "{" BASE "}"},
   };
   Check(cases, sizeof(cases) / sizeof(cases[0]));
 }
@@ -97,7 +89,6 @@ TEST(PoiList, PsrsAndSuggestedQueries) {
       {R"("psrs":{"SENum":7},"suggest_query":[])", 1,
        "{" BASE R"(,"suggest_query":{"num":0},"py_correct":{"num":0}})"},
       {R"("psrs":{"SEResult":[]})", 1, "{" BASE R"(,"py_correct":{}})"},
-      {R"("psrs":[],"suggest_query":{"query":"s"})", 1, "{" BASE "}"},
   };
   Check(cases, sizeof(cases) / sizeof(cases[0]));
 }

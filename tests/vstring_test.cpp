@@ -43,38 +43,6 @@ TEST(VString, CopiesAreIndependentAfterAChange) {
   EXPECT_EQ(moved.GetLength(), 34);
 }
 
-TEST(VString, PermanentStringsCopyAndCompareAsUsual) {
-  static const CVString key("vesk_realtime_price_flag", CVString::Permanent());
-  {
-    CVString copy = key;
-    EXPECT_EQ(copy, CVString("vesk_realtime_price_flag"));
-  }
-  EXPECT_EQ(key.GetLength(), 24);
-}
-
-TEST(VString, FormatDecimal) {
-  const CVString format("%d");
-  const int values[] = {0, -5, 42, INT_MAX, INT_MIN};
-  const char* texts[] = {"0", "-5", "42", "2147483647", "-2147483648"};
-  for (int i = 0; i < 5; ++i) {
-    CVString s;
-    s.Format(format, values[i]);
-    EXPECT_EQ(s, CVString(texts[i]));
-  }
-  CVString other;
-  other.Format(CVString("n=%03d!"), 7);
-  EXPECT_EQ(other, CVString("n=007!"));
-}
-
-TEST(VString, FindReportsTheFirstOccurrence) {
-  CVString s("no floor, bid here");
-  EXPECT_EQ(s.Find("floor", 0), 3);
-  EXPECT_EQ(s.Find("bid", 0), 10);
-  EXPECT_EQ(s.Find("bid", 11), -1);
-  EXPECT_LT(s.Find("absent", 0), 0);
-  EXPECT_LT(CVString().Find("x", 0), 0);
-}
-
 TEST(VString, WtoiFollowsAtoi) {
   struct Case {
     const char* text;
