@@ -1,19 +1,12 @@
-// Allocation failure: every operation on an example answer with the k-th
-// allocation failing, for k = 1, 2, ... until a run completes without an
-// injected failure, in two ways:
-//   - CVMem requests return null (an array keeps its elements and the parse
-//     goes on without the element): no exception, the same result, nothing
-//     in the bundle that the answer does not give, no block left behind;
-//   - the global operator new throws std::bad_alloc: the exception reaches
-//     the caller, nothing leaks, and the caller's bundle stays a valid
-//     bundle (written as JSON, holding only values the answer gives).
-// Each way runs with a single failure (the k-th request) and with a
-// persistent one (the k-th and every later request).
+// Allocation failure: every operation on its example node with the k-th
+// request (and, persistent, every later one) failing, for k = 1, 2, ... until
+// a run sees no failure. A null CVMem block costs only the element (no
+// exception, the same result); a std::bad_alloc from operator new reaches the
+// caller. Either way nothing leaks and the caller's bundle stays whole,
+// holding only values the answer gives.
 //
 // This file is its own test program (tests/CMakeLists.txt): it replaces the
-// global operator new and delete. The replacements pass every request to
-// malloc/free, counting the live blocks, and fail only while a sweep arms
-// them.
+// global operator new and delete with counting, armable ones.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -34,10 +27,7 @@
 
 namespace {
 
-// ---- The injectors -------------------------------------------------------------
-
-// Counts requests while armed and fails the k-th one (and, when persistent,
-// every later one).
+// Counts requests while armed and fails the k-th (and, persistent, later) ones.
 struct Injector {
   bool armed = false;
   long long fail_at = 0;  // 1-based request number; 0 fails none
@@ -53,7 +43,6 @@ struct Injector {
     failures = 0;
     armed = true;
   }
-  // Whether the request just made must fail.
   bool Fails() {
     if (!armed) return false;
     ++requests;
@@ -131,9 +120,8 @@ const std::set<std::string> kDerivedKeys = {
     "hasAddrList", "current_null",
 };
 
-// ---- Leaves: what a bundle holds, as "path=value" texts ----------------------------
-// Array indexes are left out of the paths, so that a list that lost elements
-// still gives a subset of the leaves of the full list.
+// What a bundle holds, as "path=value" texts without array indexes: a list
+// that lost elements still gives a subset of the leaves of the full list.
 
 void AddLeaves(const CVBundle& bundle, const std::string& prefix, std::set<std::string>& leaves);
 
@@ -174,8 +162,6 @@ void AddLeaves(const CVBundle& bundle, const std::string& prefix, std::set<std::
     }
   }
 }
-
-// ---- One run ----------------------------------------------------------------------
 
 // The caller's side of one call: the bundle (or array) it passes.
 struct Call {

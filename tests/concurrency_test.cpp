@@ -1,12 +1,8 @@
-// Parsing on several threads at once: four threads parse every example
-// answer (each with its own trees and bundles, the text mode flag left
-// alone) and must get the bundles that one thread gets. Built and run under
-// ThreadSanitizer by `make check`.
-//
-// This file is its own test program (tests/CMakeLists.txt), so the threads
-// below are the first to call the operations in the process: the tables
-// that the operations build on first use are built while four threads race
-// for them.
+// Four threads parse every example node (own trees and bundles, the text
+// mode flag left alone) and must get the bundles that one thread gets; run
+// under ThreadSanitizer by `make check`. This file is its own test program,
+// so the tables that the operations build on first use are built while the
+// threads race for them.
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -75,41 +75,32 @@ TEST_F(VArrayTest, CapacitiesFollowAnEighthOfTheSizeThenCapAt1024) {
   for (size_t i = 1; i < recorder_.requests.size(); ++i) EXPECT_EQ(recorder_.requests[i].line, 660);
 }
 
-TEST_F(VArrayTest, SetSizeWithAGrowthStep) {
+TEST_F(VArrayTest, SetSizeGrowsByTheStepShrinksInPlaceAndFreesAtZero) {
   Strings a;
   ASSERT_EQ(a.SetSize(3, -1), 1);
   EXPECT_EQ(a.SetSize(4, 10), 1);
   EXPECT_EQ(a.m_nMaxSize, 13);
-  Strings b;
-  ASSERT_EQ(b.SetSize(3, -1), 1);
-  EXPECT_EQ(b.SetSize(20, 10), 1);
-  EXPECT_EQ(b.m_nMaxSize, 20);
-  EXPECT_EQ(b.m_nGrowBy, 10);
-}
-
-TEST_F(VArrayTest, SetSizeZeroFreesTheBlockAndKeepsTheStep) {
-  Strings a;
-  a.SetSize(5, 3);
+  EXPECT_EQ(a.SetSize(30, 10), 1);  // beyond one step: exactly the size
+  EXPECT_EQ(a.m_nMaxSize, 30);
+  EXPECT_EQ(a.m_nGrowBy, 10);
+  // Shrinking keeps the block; growing back within it makes empty elements.
+  for (int i = 0; i < 10; ++i) a.m_pData[i] = "a long enough text";
+  const size_t requests = recorder_.requests.size();
+  ASSERT_EQ(a.SetSize(4, -1), 1);
+  EXPECT_EQ(a.m_nMaxSize, 30);
+  ASSERT_EQ(a.SetSize(10, -1), 1);
+  EXPECT_EQ(recorder_.requests.size(), requests);
+  EXPECT_EQ(a.m_pData[3], CVString("a long enough text"));
+  for (int i = 4; i < 10; ++i) EXPECT_TRUE(a.m_pData[i].IsEmpty());
+  // Size 0 frees the block and keeps the step.
   EXPECT_EQ(a.SetSize(0, -1), 1);
   EXPECT_EQ(a.m_pData, nullptr);
   EXPECT_EQ(a.m_nSize, 0);
   EXPECT_EQ(a.m_nMaxSize, 0);
-  EXPECT_EQ(a.m_nGrowBy, 3);
+  EXPECT_EQ(a.m_nGrowBy, 10);
   Strings empty;
   EXPECT_EQ(empty.SetSize(0, -1), 1);
-  EXPECT_TRUE(recorder_.requests.size() == 1);
-}
-
-TEST_F(VArrayTest, ShrinkingKeepsTheBlockAndRegrowingMakesEmptyElements) {
-  Strings a;
-  ASSERT_EQ(a.SetSize(10, -1), 1);
-  for (int i = 0; i < 10; ++i) a.m_pData[i] = "a long enough text";
-  ASSERT_EQ(a.SetSize(4, -1), 1);
-  EXPECT_EQ(a.m_nMaxSize, 10);
-  ASSERT_EQ(a.SetSize(10, -1), 1);
-  EXPECT_EQ(recorder_.requests.size(), 1u);
-  EXPECT_EQ(a.m_pData[3], CVString("a long enough text"));
-  for (int i = 4; i < 10; ++i) EXPECT_TRUE(a.m_pData[i].IsEmpty());
+  EXPECT_EQ(recorder_.requests.size(), requests);
 }
 
 TEST_F(VArrayTest, SetAtGrowBelowTheSizeAssignsInPlace) {
