@@ -48,8 +48,6 @@ const ReaderCase kReaderCases[] = {
     {"\"true\"", "", "true", "\"true\""},
     {"\"false\"", "", "false", "\"false\""},
     {"\"yes\"", "", "", "\"yes\""},
-    {"\"\\u5317\\u4eac\"", "", "", "\"北京\""},
-    {"\"\\ud83d\\ude00\"", "", "", "\"😀\""},
     {"null", "", "", ""},
     {"[1]", "", "", ""},
     {"{\"a\":1}", "", "", ""},
@@ -234,7 +232,6 @@ TEST(JsonReaders, CurrentCityRecord) {
        R"({"code":131,"name":"北京","type":2,"geo":"1|1,2;","level":12})"},
       {R"({"c": {}})", 1, R"({"level":0})"},
       {R"({"c": {"level": "x", "code": "7"}})", 1, R"({"code":7,"level":0})"},
-      {R"({"c": []})", 0, "{}"},
       {R"({})", 0, "{}"},
   };
   for (const Case& c : cases) {
@@ -270,21 +267,6 @@ TEST(JsonAccess, AccessorsKeepToTheirNodeTypes) {
   cJSON_AddItemToObject(obj, "s", cJSON_CreateStringReference("ref"));
   EXPECT_TRUE(_quarn_vi::IsJsonString(_quarn_vi::cJSON_GetObjectItem(obj, "s")));
   cJSON_Delete(obj);
-}
-
-TEST(JsonAccess, MemberTableFindsTheFirstOfDuplicatesInOnePass) {
-  const char* names[] = {"geo", "name", "uid", "name", "absent"};
-  _quarn_vi::JsonMemberTable table(names, 5);
-  Json root = ParseJson(R"({"uid": "u", "name": "first", "other": 0, "name": "second", "geo": 1})");
-  cJSON* slots[5];
-  table.Gather(root.get(), slots);
-  EXPECT_EQ(slots[0]->valueint, 1);
-  EXPECT_STREQ(slots[1]->valuestring, "first");
-  EXPECT_STREQ(slots[2]->valuestring, "u");
-  EXPECT_EQ(slots[3], slots[1]);
-  EXPECT_EQ(slots[4], nullptr);
-  table.Gather(nullptr, slots);
-  EXPECT_EQ(slots[0], nullptr);
 }
 
 }  // namespace
