@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "foundation/BlockHeap.h"
+
 namespace _quarn_vi {
 
 namespace {
@@ -140,12 +142,17 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     return slots;
   }
 
+  // Header, entries, their value types (padded to even) and the index.
+  static size_t Bytes(int capacity) {
+    return sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity) +
+           static_cast<size_t>((capacity + 1) & ~1) + sizeof(uint16_t) * IndexSlots(capacity);
+  }
+
   static Rep* New(int capacity) {
+    static_assert(alignof(Rep) <= CVBlockHeap::kBlockAlign, "the block heap aligns a Rep");
     if (capacity > kMaxCapacity) throw std::length_error("CVBundle: too many keys");
     uint32_t slots = IndexSlots(capacity);
-    size_t bytes = sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity) +
-                   static_cast<size_t>((capacity + 1) & ~1) + sizeof(uint16_t) * slots;
-    Rep* rep = static_cast<Rep*>(::operator new(bytes));
+    Rep* rep = static_cast<Rep*>(CVBlockHeap::Allocate(Bytes(capacity)));
     new (&rep->refs) std::atomic<int>(1);
     rep->size = 0;
     rep->capacity = capacity;
@@ -154,12 +161,14 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     return rep;
   }
 
+  static void Free(Rep* rep) noexcept { CVBlockHeap::Free(rep, Bytes(rep->capacity)); }
+
   static void Destroy(Rep* rep) noexcept {
     for (int i = 0; i < rep->size; ++i) {
       rep->entries()[i].DestroyValue(rep->types()[i]);
       rep->entries()[i].key.~CVString();
     }
-    ::operator delete(rep);
+    Free(rep);
   }
 
   static void Unref(Rep* rep) noexcept {
@@ -228,7 +237,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     std::memcpy(bigger->types(), rep->types(), static_cast<size_t>(rep->size));
     bigger->size = rep->size;
     bigger->RebuildIndex();
-    ::operator delete(rep);
+    Free(rep);
     return bigger;
   }
 };

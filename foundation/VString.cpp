@@ -7,15 +7,24 @@
 #include <new>
 #include <utility>
 
+#include "foundation/BlockHeap.h"
 #include "foundation/Utf8.h"
 
 namespace _quarn_vi {
 
+namespace {
+
+size_t RepBytes(unsigned int capacity) {
+  return offsetof(CVString::Rep, units) + (static_cast<size_t>(capacity) + 1) * sizeof(unsigned short);
+}
+
+}  // namespace
+
 CVString::Rep* CVString::NewRep(unsigned int length) {
-  size_t bytes = offsetof(Rep, units) + (static_cast<size_t>(length) + 1) * sizeof(unsigned short);
-  Rep* rep = static_cast<Rep*>(::operator new(bytes));
+  static_assert(alignof(Rep) <= CVBlockHeap::kBlockAlign, "the block heap aligns a Rep");
+  Rep* rep = static_cast<Rep*>(CVBlockHeap::Allocate(RepBytes(length)));
   new (&rep->refs) std::atomic<int>(1);
-  rep->length = length;
+  rep->capacity = length;
   rep->units[length] = 0;
   return rep;
 }
@@ -27,7 +36,7 @@ void CVString::ReleaseRep() noexcept {
   if (refs < 0) return;  // permanent
   // A sole owner needs no atomic decrement: nobody else can reach the block.
   if (refs == 1 || rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    ::operator delete(rep);
+    CVBlockHeap::Free(rep, RepBytes(rep->capacity));
   }
 }
 
@@ -55,7 +64,6 @@ void CVString::TruncateUnits(CVString& out, unsigned int length) {
   }
   if (length > kInlineCapacity) {
     // The block is ours alone (PrepareUnits made it): shorten in place.
-    out.GetRep()->length = length;
     out.GetRep()->units[length] = 0;
     out.m_len = length;
     return;

@@ -117,8 +117,8 @@ class CVString {
   // The shared block of a long text. `refs` < 0 marks a permanent block.
   struct Rep {
     std::atomic<int> refs;
-    unsigned int length;
-    unsigned short units[1];  // `length` units and a NUL
+    unsigned int capacity;    // units the block has room for, less the NUL
+    unsigned short units[1];  // the text (m_len units) and a NUL
   };
   // Makes a string of `length` units whose text the caller writes through
   // the returned pointer (room for length + 1 units; the NUL is written).
