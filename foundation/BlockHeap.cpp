@@ -18,10 +18,12 @@ namespace _quarn_vi {
 namespace {
 
 // A chunk's header: how many of its blocks live. While a thread carves from
-// the chunk the count carries a bias, so that frees, which only decrement,
-// cannot reach zero before the thread retires the chunk and takes the bias
-// back (less the blocks it carved). The thread's own count of carved blocks
-// stays thread-local, so carving costs no atomic operation.
+// the chunk the count carries a bias, so that frees by other threads, which
+// only decrement, cannot reach zero before the thread retires the chunk and
+// takes the bias back, less the blocks still alive by its own counts. Those
+// counts (blocks carved, and blocks it freed itself meanwhile) stay
+// thread-local, so carving, and freeing into the chunk being carved, cost no
+// atomic read-modify-write.
 struct alignas(64) Chunk {
   std::atomic<int64_t> live;
 };
@@ -69,6 +71,7 @@ struct ThreadCache {
   char* next = nullptr;
   char* end = nullptr;
   int64_t carved = 0;      // blocks carved from `chunk`
+  int64_t freed = 0;       // of those, freed by this thread
   Chunk* spare = nullptr;  // an empty chunk kept for the next refill
   bool closed = false;     // the thread is exiting: keep nothing
 
@@ -102,17 +105,30 @@ struct ThreadCache {
     chunk->live.store(kBias, std::memory_order_relaxed);
     next = FirstBlock(chunk);
     end = reinterpret_cast<char*>(chunk) + CVBlockHeap::kChunkBytes;
-    carved = 0;
+    carved = freed = 0;
   }
 
   // Hands the current chunk over to its blocks: the last one to die frees it.
   void Retire() noexcept {
     if (chunk == nullptr) return;
-    int64_t unheld = kBias - carved;
+    int64_t unheld = kBias - carved + freed;
     if (chunk->live.fetch_sub(unheld, std::memory_order_acq_rel) == unheld) Drop(chunk);
     chunk = nullptr;
     next = end = nullptr;
-    carved = 0;
+    carved = freed = 0;
+  }
+
+  // Frees a block of the current chunk. Once every carved block is dead
+  // (none can be in another thread's hands then), carving starts again from
+  // the chunk's start, where the cache is warm.
+  void FreeOwn() noexcept {
+    ++freed;
+    int64_t freed_elsewhere = kBias - chunk->live.load(std::memory_order_acquire);
+    if (freed + freed_elsewhere == carved) {
+      chunk->live.store(kBias, std::memory_order_relaxed);
+      next = FirstBlock(chunk);
+      carved = freed = 0;
+    }
   }
 
   // A chunk whose blocks are all dead: keep one as the spare.
@@ -152,15 +168,10 @@ void CVBlockHeap::Free(void* block, size_t bytes) noexcept {
   POIPARSER_POISON(block, Rounded(bytes));
   Chunk* chunk = ChunkOf(block);
   ThreadCache& cache = t_cache;
-  int64_t before = chunk->live.fetch_sub(1, std::memory_order_acq_rel);
-  if (before == 1) {
+  if (chunk == cache.chunk) {
+    cache.FreeOwn();
+  } else if (chunk->live.fetch_sub(1, std::memory_order_acq_rel) == 1) {
     cache.Drop(chunk);  // retired, and this was its last block
-  } else if (chunk == cache.chunk && before - 1 == kBias - cache.carved) {
-    // Every block carved from the current chunk is dead, so no other thread
-    // can touch it: carve again from its start, where the cache is warm.
-    chunk->live.store(kBias, std::memory_order_relaxed);
-    cache.next = FirstBlock(chunk);
-    cache.carved = 0;
   }
 }
 
