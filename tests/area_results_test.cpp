@@ -1,5 +1,5 @@
-// The area and multi-area search answers: refusals, the "count" and
-// "placeparam" rules of the area answer, and the sub-search lists.
+// The area and multi-area search answers: the "count" and "placeparam" rules
+// of the area answer, and the sub-search lists. Refusals: diagnostics_test.cpp.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,18 +10,6 @@
 namespace {
 
 using _quarn_framework::CPoiJsonObjParser;
-using _quarn_vi::CVBundle;
-
-TEST(AreaSearch, RefusesOnlyABadRootOrResult) {
-  CVBundle bundle;
-  EXPECT_EQ(CPoiJsonObjParser::ParseAreaSearchRst(nullptr, bundle), 0);
-  testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaSearchRst, {
-      {R"([{"result":{}}])", 0, "{}"},
-      {R"({"content":[{}],"place_info":{}})", 0, "{}"},
-      // No status frame: an "error" member is neither tested nor copied.
-      {R"({"result":{"error":1}})", 1, R"({"count":0})"},
-  });
-}
 
 TEST(AreaSearch, OptionsHintsAndPageInTheirOrder) {
   testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaSearchRst, {
@@ -38,7 +26,8 @@ TEST(AreaSearch, OptionsHintsAndPageInTheirOrder) {
       {R"({"result":{},"suggest_query":[{"query":"s"}]})", 1,
        R"({"suggest_query":{"num":1,"result":["s"]},"count":0})"},
       // "count" is always there: 0 without an array, the array's length otherwise.
-      {R"({"result":{},"content":[]})", 1, R"({"count":0})"},
+      // Without a status frame an "error" member is neither tested nor copied.
+      {R"({"result":{"error":1}})", 1, R"({"count":0})"},
       {R"({"result":{},"content":[1,"x"]})", 1, R"({"count":2})"},
   });
 }
@@ -60,17 +49,6 @@ TEST(AreaSearch, PlaceParametersAndSortRuleAsText) {
   });
 }
 
-TEST(AreaMultiSearch, OneBadSummaryRefusesTheWholeAnswer) {
-  CVBundle bundle;
-  EXPECT_EQ(CPoiJsonObjParser::ParseAreaMultiSearchRst(nullptr, bundle), 0);
-  testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaMultiSearchRst, {
-      {R"([])", 0, "{}"},
-      {R"({"content":[[{}]]})", 0, "{}"},
-      {R"({"result":{},"content":[[{}]]})", 0, "{}"},
-      {R"({"result":{"result_array":[]}})", 1, "{}"},
-  });
-}
-
 TEST(AreaMultiSearch, SummariesAndSubSearchLists) {
   testing_support::ExpectCases(CPoiJsonObjParser::ParseAreaMultiSearchRst, {
       // "op_gel" is an integer in a summary.
@@ -84,6 +62,7 @@ TEST(AreaMultiSearch, SummariesAndSubSearchLists) {
        R"({"content":[{"cont":[]},{"cont":[{"name":"A","type":0},{"name":"B","type":0}]}]})"},
       {R"({"result":{"result_array":[]},"content":["x"]})", 1, R"({"content":[]})"},
       {R"({"result":{"result_array":[]},"content":[]})", 1, "{}"},
+      {R"({"result":{"result_array":[]}})", 1, "{}"},
   });
 }
 

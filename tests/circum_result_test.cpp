@@ -17,8 +17,6 @@ using _quarn_framework::CPoiJsonObjParser;
 #define CENTER_KEY R"("center_points":[{"name":"C","type":0}])"
 
 TEST(CircumSearch, RefusalsKeepWhatWasStoredBefore) {
-  _quarn_vi::CVBundle bundle;
-  EXPECT_EQ(CPoiJsonObjParser::ParseCircumSearchRst(nullptr, bundle), 0);
   const std::vector<testing_support::OpCase> cases = {
       {R"([{"result":{}}])", 0, "{}"},
       {R"({)" CENTER R"(,"content":[{}]})", 0, "{}"},

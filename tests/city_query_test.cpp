@@ -10,7 +10,6 @@
 namespace {
 
 using _quarn_framework::CPoiJsonObjParser;
-using _quarn_vi::CVBundle;
 using P = CPoiJsonObjParser;
 
 TEST(CityQuery, DefaultLevelByCityType) {
@@ -39,11 +38,8 @@ TEST(CityQuery, FieldsCurrentCityAndRefusals) {
     {R"({"content":{"name":"N","current_city":{"code":1}}})", 1, R"({"type":0,"level":4})"},
     {R"({"current_city":{"code":289,"level":12},"content":{"city_type":1}})", 1,
      R"({"type":1,"level":11,"current_city":{"code":289,"level":12}})"},
-    {R"({"current_city":{"code":289}})", 0, "{}"},
     {R"([{"content":{}}])", 0, "{}"},
   });
-  CVBundle bundle;
-  EXPECT_EQ(P::ParseCityQueryRst(nullptr, bundle), 0);
 }
 
 TEST(CityQuery, AddressRecord) {
