@@ -162,28 +162,31 @@ TEST(RouteAddrForms, FramesAndMissingParts) {
 TEST(RouteAddrDispatch, FlagChoosesTheFormAndIsClearedAfterTheSecond) {
   const std::string second = R"({"result":{"error":0},"traffic_pois":{"option":{}}})";
   const std::string refused = R"({"result":{"error":3},"traffic_pois":{"option":{}}})";
-  std::string json;
-
-  CJsonObjParser::isParsePHPUI2Res = 1;
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrRst, second, &json), 1);
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 0);
-  EXPECT_EQ(json, R"({"address_info":{}})");
-
-  CJsonObjParser::isParsePHPUI2Res = 1;
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrRst, refused, &json), 0);
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 0);
-  EXPECT_EQ(json, "{}");
-
-  // Without the flag the first form is parsed: it accepts the second form's
-  // refused answer too (its "result" has no point flags).
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrRst, refused, &json), 1);
-  EXPECT_EQ(json, R"({"address_info":{}})");
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 0);
-
-  // Calling the second form directly leaves the flag alone.
-  testing_support::TextModeScope utf8(true);
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrPHPUI2Rst, second, &json), 1);
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 1);
+  const struct {
+    testing_support::Op op;
+    int flag;
+    std::string input;
+    int result;
+    const char* bundle;
+    int flag_after;
+  } cases[] = {
+      {P::ParseRouteAddrRst, 1, second, 1, R"({"address_info":{}})", 0},
+      {P::ParseRouteAddrRst, 1, refused, 0, "{}", 0},
+      // Without the flag the first form is parsed: it accepts the second
+      // form's refused answer too (its "result" has no point flags).
+      {P::ParseRouteAddrRst, 0, refused, 1, R"({"address_info":{}})", 0},
+      // Calling the second form directly leaves the flag alone.
+      {P::ParseRouteAddrPHPUI2Rst, 1, second, 1, R"({"address_info":{}})", 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.input + " with the flag " + std::to_string(c.flag));
+    CJsonObjParser::isParsePHPUI2Res = c.flag;
+    std::string json;
+    EXPECT_EQ(testing_support::Run(c.op, c.input, &json), c.result);
+    EXPECT_EQ(json, c.bundle);
+    EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, c.flag_after);
+  }
+  CJsonObjParser::isParsePHPUI2Res = 0;
 }
 
 #undef CITIES
