@@ -23,33 +23,30 @@ using _quarn_vi::CVString;
 struct Block {
   unsigned char* bytes;
   size_t size;
+  unsigned char fill;
 };
 
 // Blocks of sizes from one byte to past kLargeBlockBytes, each filled with
-// its own pattern.
+// its own byte.
 std::vector<Block> AllocateBlocks(int count) {
   std::vector<Block> blocks;
   for (int i = 0; i < count; ++i) {
     const size_t size = 1 + static_cast<size_t>(i * 37) % (CVBlockHeap::kLargeBlockBytes + 200);
     auto* bytes = static_cast<unsigned char*>(CVBlockHeap::Allocate(size));
     std::memset(bytes, i & 0xFF, size);
-    blocks.push_back({bytes, size});
+    blocks.push_back({bytes, size, static_cast<unsigned char>(i & 0xFF)});
   }
   return blocks;
 }
 
+// Frees the blocks after checking that each is aligned and kept its bytes.
 void FreeBlocks(std::vector<Block>& blocks) {
-  for (const Block& b : blocks) CVBlockHeap::Free(b.bytes, b.size);
-  blocks.clear();
-}
-
-TEST(BlockHeap, BlocksAreAlignedAndKeepTheirBytes) {
-  std::vector<Block> blocks = AllocateBlocks(3000);
-  for (size_t i = 0; i < blocks.size(); ++i) {
-    ASSERT_EQ(reinterpret_cast<uintptr_t>(blocks[i].bytes) % CVBlockHeap::kBlockAlign, 0u);
-    for (size_t k = 0; k < blocks[i].size; ++k) ASSERT_EQ(blocks[i].bytes[k], i & 0xFF) << "block " << i;
+  for (const Block& b : blocks) {
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(b.bytes) % CVBlockHeap::kBlockAlign, 0u);
+    EXPECT_EQ(std::count(b.bytes, b.bytes + b.size, b.fill), static_cast<long>(b.size));
+    CVBlockHeap::Free(b.bytes, b.size);
   }
-  FreeBlocks(blocks);
+  blocks.clear();
 }
 
 // Where the blocks of a thread are freed: by itself, by another thread while

@@ -2,24 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "TestSupport.h"
 
 namespace {
 
 using _quarn_framework::CPoiJsonObjParser;
-using testing_support::Run;
-
-struct Case {
-  const char* body;  // the members of "poi_result", or a whole answer if it starts with '!'
-  int result;
-  const char* bundle;
-};
 
 // A good status frame around `poi_result` members, with an empty
-// "place_info" unless the members have one.
-std::string Answer(const char* body) {
-  if (body[0] == '!') return body + 1;
+// "place_info" unless the members have one; an input starting with '!' is a
+// whole answer.
+std::string Answer(const std::string& body) {
+  if (body[0] == '!') return body.substr(1);
   std::string members = body;
   if (members.find("\"place_info\"") == std::string::npos) {
     members = R"("place_info":{})" + (members.empty() ? "" : "," + members);
@@ -27,13 +22,9 @@ std::string Answer(const char* body) {
   return R"({"result":{"error":0},"poi_result":{"option":{},)" + members + "}}";
 }
 
-void Check(const Case* cases, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    SCOPED_TRACE(cases[i].body);
-    std::string json;
-    EXPECT_EQ(Run(CPoiJsonObjParser::ParsePoiListRst, Answer(cases[i].body), &json), cases[i].result);
-    EXPECT_EQ(json, cases[i].bundle);
-  }
+void Check(std::vector<testing_support::OpCase> cases) {
+  for (testing_support::OpCase& c : cases) c.input = Answer(c.input);
+  testing_support::ExpectCases(CPoiJsonObjParser::ParsePoiListRst, cases);
 }
 
 #define OPTIONS R"({"total":5,"loc_attr":1,"op_gel":1,"qid":"q1","rp_strategy":2})"
@@ -41,11 +32,8 @@ void Check(const Case* cases, size_t count) {
 #define BASE R"("search_type":0,"placeparam":{},"count":0)"
 
 TEST(PoiList, RefusalsKeepWhatWasStoredBefore) {
-  _quarn_vi::CVBundle bundle;
-  EXPECT_EQ(CPoiJsonObjParser::ParsePoiListRst(nullptr, bundle), 0);
-  const Case cases[] = {
+  Check({
       {"!{}", 0, "{}"},
-      {R"(!{"result":{"error":1},"poi_result":{"option":{},"place_info":{}}})", 0, "{}"},
       {R"(!{"result":{"error":0}})", 0, R"({"search_type":0})"},
       {R"(!{"result":{"error":0},"poi_result":{"place_info":{}}})", 0, R"({"search_type":0})"},
       {R"(!{"result":{"error":0},"poi_result":{"option":"x","place_info":{}}})", 0,
@@ -57,12 +45,11 @@ TEST(PoiList, RefusalsKeepWhatWasStoredBefore) {
        0, "{" OPTION_KEYS "}"},
       {R"(!{"result":{"error":0},"poi_result":{"option":)" OPTIONS R"(,"place_info":{}}})", 1,
        "{" OPTION_KEYS R"(,"placeparam":{},"count":0})"},
-  };
-  Check(cases, sizeof(cases) / sizeof(cases[0]));
+  });
 }
 
 TEST(PoiList, ListsAndPlaceParameters) {
-  const Case cases[] = {
+  Check({
       {"", 1, "{" BASE "}"},
       {R"("place_info":{"d_data_type":"cater","d_sort_type":"dist","d_sort_rule":1})", 1,
        R"({"search_type":0,"placeparam":{"type":"cater","sortkey":"dist","sortrule":1},"count":0})"},
@@ -74,14 +61,13 @@ TEST(PoiList, ListsAndPlaceParameters) {
       {R"("contents":[])", 1, "{" BASE "}"},
       {R"("addrs":["x",{},{"geo":"g","name":"n","addr":"a","x":1}])", 1,
        "{" BASE R"(,"addrs":[{},{"addr":"a","name":"n","geo":"g"}]})"},
-  };
-  Check(cases, sizeof(cases) / sizeof(cases[0]));
+  });
 }
 
 // The psrs record goes under "py_correct"; the suggested-query record stands
 // in for it when there is no accepted psrs record.
 TEST(PoiList, PsrsAndSuggestedQueries) {
-  const Case cases[] = {
+  Check({
       {R"("psrs":{"SENum":1,"SEResult":["p"]},"suggest_query":[{"query":"s"}])", 1,
        "{" BASE R"(,"py_correct":{"num":1,"result":["p"]},"suggest_query":{"num":1,"result":["s"]}})"},
       {R"("suggest_query":[{"query":"s"}])", 1,
@@ -89,8 +75,7 @@ TEST(PoiList, PsrsAndSuggestedQueries) {
       {R"("psrs":{"SENum":7},"suggest_query":[])", 1,
        "{" BASE R"(,"suggest_query":{"num":0},"py_correct":{"num":0}})"},
       {R"("psrs":{"SEResult":[]})", 1, "{" BASE R"(,"py_correct":{}})"},
-  };
-  Check(cases, sizeof(cases) / sizeof(cases[0]));
+  });
 }
 
 // The answer adds to the caller's bundle: earlier keys stay, equal keys are

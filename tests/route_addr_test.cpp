@@ -10,7 +10,6 @@
 namespace {
 
 using _quarn_framework::CJsonObjParser;
-using _quarn_vi::CVBundle;
 using testing_support::ExpectCases;
 using testing_support::P;
 
@@ -145,18 +144,11 @@ TEST(RouteAddrForms, FramesAndMissingParts) {
     {R"({"content":{"start":)" PLACE1 "}}", 1,
      R"({"startpoints":)" PLACE1 R"(,"address_info":{"st_count":1,"have_stprio":true,"en_count":0}})"},
   });
-  CVBundle untouched;
-  EXPECT_EQ(P::ParseRouteAddrPHPUIRst(nullptr, untouched), 0);
-  EXPECT_EQ(P::ParseRouteAddrPHPUI2Rst(nullptr, untouched), 0);
-  EXPECT_EQ(testing_support::ToJson(untouched), "{}");
 
   const std::string pois = R"("traffic_pois":{"option":{"city_list":[0,0,0]},"current_city":{"code":9},)"
                            R"("content":{"start":)" PLACE1 "}}";
   ExpectCases(P::ParseRouteAddrPHPUI2Rst, {
-    {R"({"result":{"error":1},)" + pois + "}", 0, "{}"},
     {R"({"result":{},)" + pois + "}", 0, "{}"},
-    {R"({"result":{"error":0}})", 0, "{}"},
-    {R"({"result":{"error":0},"traffic_pois":{"content":{}}})", 0, "{}"},
     {R"({"result":{"error":0},"traffic_pois":{"option":[],"current_city":{"code":9}}})", 1,
      R"({"current_city":{"code":9,"level":0},"address_info":{}})"},
     // Way points without multi_waypoints.
@@ -170,28 +162,31 @@ TEST(RouteAddrForms, FramesAndMissingParts) {
 TEST(RouteAddrDispatch, FlagChoosesTheFormAndIsClearedAfterTheSecond) {
   const std::string second = R"({"result":{"error":0},"traffic_pois":{"option":{}}})";
   const std::string refused = R"({"result":{"error":3},"traffic_pois":{"option":{}}})";
-  std::string json;
-
-  CJsonObjParser::isParsePHPUI2Res = 1;
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrRst, second, &json), 1);
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 0);
-  EXPECT_EQ(json, R"({"address_info":{}})");
-
-  CJsonObjParser::isParsePHPUI2Res = 1;
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrRst, refused, &json), 0);
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 0);
-  EXPECT_EQ(json, "{}");
-
-  // Without the flag the first form is parsed: it accepts the second form's
-  // refused answer too (its "result" has no point flags).
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrRst, refused, &json), 1);
-  EXPECT_EQ(json, R"({"address_info":{}})");
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 0);
-
-  // Calling the second form directly leaves the flag alone.
-  testing_support::TextModeScope utf8(true);
-  EXPECT_EQ(testing_support::Run(P::ParseRouteAddrPHPUI2Rst, second, &json), 1);
-  EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, 1);
+  const struct {
+    testing_support::Op op;
+    int flag;
+    std::string input;
+    int result;
+    const char* bundle;
+    int flag_after;
+  } cases[] = {
+      {P::ParseRouteAddrRst, 1, second, 1, R"({"address_info":{}})", 0},
+      {P::ParseRouteAddrRst, 1, refused, 0, "{}", 0},
+      // Without the flag the first form is parsed: it accepts the second
+      // form's refused answer too (its "result" has no point flags).
+      {P::ParseRouteAddrRst, 0, refused, 1, R"({"address_info":{}})", 0},
+      // Calling the second form directly leaves the flag alone.
+      {P::ParseRouteAddrPHPUI2Rst, 1, second, 1, R"({"address_info":{}})", 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.input + " with the flag " + std::to_string(c.flag));
+    CJsonObjParser::isParsePHPUI2Res = c.flag;
+    std::string json;
+    EXPECT_EQ(testing_support::Run(c.op, c.input, &json), c.result);
+    EXPECT_EQ(json, c.bundle);
+    EXPECT_EQ(CJsonObjParser::isParsePHPUI2Res, c.flag_after);
+  }
+  CJsonObjParser::isParsePHPUI2Res = 0;
 }
 
 #undef CITIES
