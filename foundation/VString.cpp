@@ -92,11 +92,17 @@ CVString::CVString(const char* text) : m_len(0) {
 }
 
 CVString::CVString(const char* text, Permanent) : CVString(text) {
-  if (m_len > kInlineCapacity) {
-    GetRep()->refs.store(-1, std::memory_order_relaxed);
-    uint32_t hash = ComputeHash();
-    std::memcpy(m_inline + kHashSlot, &hash, sizeof(hash));
-  }
+  if (m_len <= kInlineCapacity) return;
+  // The block is never freed, so it comes from operator new: carved from a
+  // chunk of the block heap, it would keep the whole chunk for good.
+  Rep* rep = static_cast<Rep*>(::operator new(RepBytes(m_len)));
+  new (&rep->refs) std::atomic<int>(-1);
+  rep->capacity = m_len;
+  std::memcpy(rep->units, GetRep()->units, (m_len + 1) * sizeof(unsigned short));
+  ReleaseRep();
+  SetRep(rep);
+  uint32_t hash = ComputeHash();
+  std::memcpy(m_inline + kHashSlot, &hash, sizeof(hash));
 }
 
 uint32_t CVString::ComputeHash() const {

@@ -128,6 +128,16 @@ TEST(BlockHeap, ATextCopiedOutKeepsOnlyItsChunk) {
   EXPECT_EQ(CVBlockHeap::ChunkCount(), baseline);
 }
 
+// A permanent key's block is never freed: it must not keep a chunk.
+TEST(BlockHeap, APermanentKeyKeepsNoChunk) {
+  CVBlockHeap::ReleaseThreadCache();
+  const long baseline = CVBlockHeap::ChunkCount();
+  static const CVString key("a permanent key longer than the inline text", CVString::Permanent{});
+  CVBlockHeap::ReleaseThreadCache();
+  EXPECT_EQ(CVBlockHeap::ChunkCount(), baseline);
+  EXPECT_TRUE(key == CVString("a permanent key longer than the inline text"));
+}
+
 TEST(BlockHeap, EveryBlockFromOperatorNewOnlyBeforeTheFirstChunk) {
   CVBlockHeap::Free(CVBlockHeap::Allocate(8), 8);  // a chunk exists now
   EXPECT_FALSE(CVBlockHeap::TakeEveryBlockFromOperatorNew());
