@@ -1,5 +1,5 @@
-#ifndef FOUNDATION_BLOCKHEAP_H
-#define FOUNDATION_BLOCKHEAP_H
+#ifndef FOUNDATION_BLOCKHEAP_H_
+#define FOUNDATION_BLOCKHEAP_H_
 
 // The heap of string and bundle blocks.
 //
@@ -53,4 +53,4 @@ class CVBlockHeap {
 
 }  // namespace _quarn_vi
 
-#endif  // FOUNDATION_BLOCKHEAP_H
+#endif  // FOUNDATION_BLOCKHEAP_H_
