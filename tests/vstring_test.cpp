@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,34 @@ TEST(VString, Utf8ToUnicode) {
   for (int i = 0; i < 400; ++i) long_text += "\xE5\x8C\x97";
   EXPECT_EQ(Decode(long_text).GetLength(), 400);
   EXPECT_EQ(Decode(long_text).Data()[399], 0x5317u);
+}
+
+// The ASCII runs' fast paths (16 bytes at a time with SSE2 or NEON, then 8)
+// hand over to the byte-wise decoder wherever a non-ASCII byte stands: put
+// one sequence at every offset of a 48-byte ASCII text.
+TEST(VString, Utf8ToUnicodeAtEveryOffsetOfAnAsciiRun) {
+  const unsigned R = 0xFFFD;
+  const struct {
+    std::string bytes;
+    std::vector<unsigned> units;
+  } inserts[] = {
+      {"\xC3\xA9", {0xE9}},
+      {"\xE5\x8C\x97", {0x5317}},
+      {"\xF0\x9F\x98\x80", {0xD83D, 0xDE00}},
+      {"\x80", {R}},
+      {"\xFF", {R}},
+      {"\xE5\x8C", {R}},
+  };
+  const std::string ascii = "The quick brown fox jumps over the lazy dog 0123";
+  for (const auto& insert : inserts) {
+    for (size_t at = 0; at <= ascii.size(); ++at) {
+      std::vector<unsigned> expected(ascii.begin(), ascii.begin() + static_cast<std::ptrdiff_t>(at));
+      expected.insert(expected.end(), insert.units.begin(), insert.units.end());
+      expected.insert(expected.end(), ascii.begin() + static_cast<std::ptrdiff_t>(at), ascii.end());
+      const std::string bytes = ascii.substr(0, at) + insert.bytes + ascii.substr(at);
+      EXPECT_EQ(Units(Decode(bytes)), expected) << "at " << at << ": " << bytes;
+    }
+  }
 }
 
 TEST(VString, ToUtf8RoundTripsAndReplacesLoneSurrogates) {
