@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages named on the command line that are missing.
-# As root it runs apt-get (after one apt-get update); otherwise it prints the
+# As root it runs apt-get (after an apt-get update); otherwise it prints the
 # command to run and fails.
 set -eu
 missing=""
@@ -16,5 +16,13 @@ if [ "$(id -u)" -ne 0 ]; then
   exit 1
 fi
 echo "Installing:$missing"
-apt-get update -qq
-DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing
+# A mirror in the middle of a sync fails apt-get update ("File has unexpected
+# size") for a few minutes: try three times. Another apt run holding dpkg's
+# lock is waited for.
+for attempt in 1 2 3; do
+  apt-get update -qq && break
+  [ $attempt -eq 3 ] && exit 1
+  echo "apt-get update failed; retrying in 20 s" >&2
+  sleep 20
+done
+DEBIAN_FRONTEND=noninteractive apt-get install -y -qq -o DPkg::Lock::Timeout=300 --no-install-recommends $missing
