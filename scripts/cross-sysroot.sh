@@ -20,8 +20,8 @@
 #
 # Steps: adds ARCH to dpkg's architectures and runs apt-get update (retried:
 # a mirror in the middle of a sync fails it for a few minutes) when apt does
-# not know the packages yet (both need root), downloads them (retried), and
-# unpacks them. DIR/.packages records what was unpacked; the same request
+# not know the packages yet (both need root), downloads them (after another
+# update and with retries if that fails), and unpacks them. DIR/.packages records what was unpacked; the same request
 # again does nothing, without network.
 set -eu
 [ $# -ge 3 ] || { echo "usage: $0 ARCH DIR PACKAGE..." >&2; exit 2; }
@@ -73,8 +73,15 @@ mkdir -p "$dir/debs"
 debs=$(cd "$dir/debs" && pwd)
 qualified=""
 for package in "$@"; do qualified="$qualified $package:$arch"; done
-# shellcheck disable=SC2086  # the packages are words
-(cd "$debs" && retry apt-get download -qq -o APT::Sandbox::User="$(id -un)" $qualified)
+download() {
+  # shellcheck disable=SC2086  # the packages are words
+  (cd "$debs" && apt-get download -qq -o APT::Sandbox::User="$(id -un)" $qualified)
+}
+# Package lists older than the mirror name versions it no longer has.
+if ! download; then
+  as_root retry apt-get update -qq
+  retry download
+fi
 for deb in "$debs"/*.deb; do
   dpkg-deb -x "$deb" "$dir"
 done
