@@ -21,8 +21,8 @@
 # Steps: adds ARCH to dpkg's architectures and runs apt-get update (retried:
 # a mirror in the middle of a sync fails it for a few minutes) when apt does
 # not know the packages yet (both need root), downloads them (after another
-# update and with retries if that fails), and unpacks them. DIR/.packages records what was unpacked; the same request
-# again does nothing, without network.
+# update, and with retries, if that fails) and unpacks them. DIR/.packages
+# records what was unpacked; the same request again does nothing, offline.
 set -eu
 [ $# -ge 3 ] || { echo "usage: $0 ARCH DIR PACKAGE..." >&2; exit 2; }
 arch=$1
