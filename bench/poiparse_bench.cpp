@@ -28,7 +28,6 @@
 #include <vector>
 
 #include "bench/AnswerGenerator.h"
-#include "foundation/BlockHeap.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 // ---- Allocation counting --------------------------------------------------------
@@ -197,7 +196,6 @@ AllocationFigures CountAllocations(const Input& input) {
   // last one is spread over them; the first starts on a new chunk.
   std::vector<CVBundle> kept(static_cast<size_t>(std::max(1, 2000 / input.pois)));
   const double pois = static_cast<double>(kept.size()) * input.pois;
-  _quarn_vi::CVBlockHeap::ReleaseThreadCache();
   g_counters = Counters();
   g_counting = true;
   AllocationFigures figures{0, 0};
