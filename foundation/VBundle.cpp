@@ -35,12 +35,11 @@ bool CopyArray(A& to, const A& from) {
   return true;
 }
 
-// A key to look up: its text, its hash (computed only when an index needs
-// it) and its permanent block, if any.
+// A key to look up: its text and its permanent block, if any. Its hash is
+// computed only when an index needs it (a permanent string keeps it).
 struct Lookup {
   const CVString& text;
   const KeyRep* permanent;  // null for an ordinary string
-  uint32_t Hash() const { return permanent != nullptr ? CVString::KeyRepHash(permanent) : text.Hash(); }
 };
 
 }  // namespace
@@ -133,26 +132,30 @@ static_assert(sizeof(CVBundle::Entry) <= 40, "an entry is a key pointer and a 32
 // Invariants:
 //  (1) A type byte is the value's ValueType, plus kCountedKey when the entry
 //      owns a counted key block (a key given as an ordinary string);
-//      `counted_keys` is the number of such entries.
+//      `counted_keys` is set once any entry had one.
 //  (2) Permanent key blocks are unique per text, so two entries with
 //      permanent keys have equal keys iff their blocks are the same: a
 //      lookup by a permanent key compares texts only with counted keys.
 //  (3) Entries [0, size) hold a key and a value of their type; an int, bool
 //      or double entry with a permanent key owns nothing, and destruction
 //      skips it.
-//  (4) Index slots are 16 bits wide up to kMaxNarrowCapacity entries, 32 bits
-//      above.
+//  (4) Index slots are as narrow as the positions allow: one byte up to
+//      kMaxByteCapacity entries, two up to kMaxShortCapacity, four above
+//      (a POI record's index is 64 bytes instead of 128).
 struct alignas(CVBundle::Entry) CVBundle::Rep {
   std::atomic<int> refs;
   int size;
   int capacity;
-  uint32_t index_mask;  // index slots - 1
-  int counted_keys;     // entries whose type byte has kCountedKey
+  uint8_t index_log2;     // log2 of the index slots; 0 without index
+  uint8_t index_width;    // bytes per index slot
+  bool counted_keys;      // some entry has (or had) kCountedKey
+  uint8_t unused;
 
   static constexpr uint8_t kCountedKey = 0x80;
   static constexpr uint8_t kTypeMask = 0x7F;
   static constexpr int kLinearCapacity = 8;
-  static constexpr int kMaxNarrowCapacity = 65535;
+  static constexpr int kMaxByteCapacity = 127;
+  static constexpr int kMaxShortCapacity = 65535;
   // Doubling beyond this would overflow the index's size.
   static constexpr int kMaxCapacity = 1 << 30;
 
@@ -164,28 +167,45 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   void* index() { return types() + TypeBytes(capacity); }
   const void* index() const { return types() + TypeBytes(capacity); }
   bool HasIndex() const { return capacity > kLinearCapacity; }
-  static bool WideIndex(int capacity) { return capacity > kMaxNarrowCapacity; }
+  uint32_t IndexMask() const { return (uint32_t{1} << index_log2) - 1; }
 
   uint32_t IndexAt(uint32_t slot) const {
-    return WideIndex(capacity) ? static_cast<const uint32_t*>(index())[slot]
-                               : static_cast<const uint16_t*>(index())[slot];
+    switch (index_width) {
+      case 1:
+        return static_cast<const uint8_t*>(index())[slot];
+      case 2:
+        return static_cast<const uint16_t*>(index())[slot];
+      default:
+        return static_cast<const uint32_t*>(index())[slot];
+    }
   }
   void SetIndexAt(uint32_t slot, uint32_t position) {
-    if (WideIndex(capacity)) {
-      static_cast<uint32_t*>(index())[slot] = position;
-    } else {
-      static_cast<uint16_t*>(index())[slot] = static_cast<uint16_t>(position);
+    switch (index_width) {
+      case 1:
+        static_cast<uint8_t*>(index())[slot] = static_cast<uint8_t>(position);
+        break;
+      case 2:
+        static_cast<uint16_t*>(index())[slot] = static_cast<uint16_t>(position);
+        break;
+      default:
+        static_cast<uint32_t*>(index())[slot] = position;
+        break;
     }
   }
 
-  static uint32_t IndexSlots(int capacity) {
+  // At least 16 slots and twice the capacity, a power of two (as log2).
+  static uint8_t IndexLog2(int capacity) {
     if (capacity <= kLinearCapacity) return 0;
-    uint32_t slots = 16;
-    while (slots < static_cast<uint32_t>(capacity) * 2) slots *= 2;
-    return slots;
+    uint8_t log2 = 4;
+    while ((uint32_t{1} << log2) < static_cast<uint32_t>(capacity) * 2) ++log2;
+    return log2;
+  }
+  static uint8_t IndexWidth(int capacity) {
+    return capacity <= kMaxByteCapacity ? 1 : capacity <= kMaxShortCapacity ? 2 : 4;
   }
   static size_t IndexBytes(int capacity) {
-    return (WideIndex(capacity) ? sizeof(uint32_t) : sizeof(uint16_t)) * IndexSlots(capacity);
+    uint8_t log2 = IndexLog2(capacity);
+    return log2 == 0 ? 0 : (size_t{1} << log2) * IndexWidth(capacity);
   }
 
   // Header, entries, their type bytes (padded to 4) and the index.
@@ -200,8 +220,10 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     new (&rep->refs) std::atomic<int>(1);
     rep->size = 0;
     rep->capacity = capacity;
-    rep->index_mask = IndexSlots(capacity) - 1;
-    rep->counted_keys = 0;
+    rep->index_log2 = IndexLog2(capacity);
+    rep->index_width = IndexWidth(capacity);
+    rep->counted_keys = false;
+    rep->unused = 0;
     if (rep->HasIndex()) std::memset(rep->index(), 0, IndexBytes(capacity));
     return rep;
   }
@@ -248,31 +270,33 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
         for (int i = 0; i < size; ++i) {
           if (e[i].key == key.permanent) return i;
         }
-        if (counted_keys == 0) return -1;
+        if (!counted_keys) return -1;
       }
       for (int i = 0; i < size; ++i) {
         if (SameKey(i, key)) return i;
       }
       return -1;
     }
-    for (uint32_t slot = key.Hash() & index_mask;; slot = (slot + 1) & index_mask) {
+    const uint32_t mask = IndexMask();
+    for (uint32_t slot = key.text.Hash() & mask;; slot = (slot + 1) & mask) {
       uint32_t position = IndexAt(slot);
       if (position == 0) return -1;
       if (SameKey(static_cast<int>(position - 1), key)) return static_cast<int>(position - 1);
     }
   }
 
-  void IndexEntry(int position) {
-    if (!HasIndex()) return;
-    uint32_t slot = CVString::KeyRepHash(entries()[position].key) & index_mask;
-    while (IndexAt(slot) != 0) slot = (slot + 1) & index_mask;
+  // Enters the entry at `position`, whose key hashes to `hash`, in the index.
+  void IndexEntry(int position, uint32_t hash) {
+    const uint32_t mask = IndexMask();
+    uint32_t slot = hash & mask;
+    while (IndexAt(slot) != 0) slot = (slot + 1) & mask;
     SetIndexAt(slot, static_cast<uint32_t>(position + 1));
   }
 
   void RebuildIndex() {
     if (!HasIndex()) return;
     std::memset(index(), 0, IndexBytes(capacity));
-    for (int i = 0; i < size; ++i) IndexEntry(i);
+    for (int i = 0; i < size; ++i) IndexEntry(i, CVString::KeyRepHash(entries()[i].key));
   }
 
   // A copy of `rep` with room for `capacity` entries, or null when CVMem
@@ -309,6 +333,8 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     return bigger;
   }
 };
+
+static_assert(sizeof(CVBundle::Rep) == 16, "the entry block's header");
 
 namespace {
 
@@ -369,7 +395,7 @@ int CVBundle::ContainsKey(const CVString& key) const {
 }
 
 CVBundle::Entry* CVBundle::Slot(const CVString& key, ValueType type) {
-  if (!Detach()) return nullptr;
+  if (m_rep != nullptr && m_rep->refs.load(std::memory_order_acquire) != 1 && !Detach()) return nullptr;
   const Lookup lookup = LookupOf(key);
   int position = m_rep != nullptr ? m_rep->Find(lookup) : -1;
   if (position >= 0) {
@@ -396,9 +422,9 @@ CVBundle::Entry* CVBundle::Slot(const CVString& key, ValueType type) {
   Entry* e = &m_rep->entries()[position];
   e->key = key_rep;
   m_rep->types()[position] = static_cast<uint8_t>(type | (counted ? Rep::kCountedKey : 0));
-  m_rep->counted_keys += counted ? 1 : 0;
+  m_rep->counted_keys |= counted;
   ++m_rep->size;
-  m_rep->IndexEntry(position);
+  if (m_rep->HasIndex()) m_rep->IndexEntry(position, key.Hash());
   return e;
 }
 
@@ -476,7 +502,6 @@ void CVBundle::Remove(const CVString& key) {
   e->DestroyValue(type & Rep::kTypeMask);
   if ((type & Rep::kCountedKey) != 0) {
     CVString::ReleaseKeyRep(e->key);
-    --m_rep->counted_keys;
   }
   size_t after = static_cast<size_t>(m_rep->size - position - 1);
   std::memmove(static_cast<void*>(e), static_cast<const void*>(e + 1), sizeof(Entry) * after);
