@@ -126,8 +126,8 @@ static_assert(sizeof(CVBundle::Entry) <= 40, "an entry is a key pointer and a 32
 // The entry block: this header, `capacity` entries, their type bytes, then,
 // for blocks of more than kLinearCapacity entries, an open addressing index
 // of the entries by key hash (entry position + 1, 0 for a free slot), at
-// least twice as large as the capacity, so that a lookup costs a probe or two
-// whatever the bundle's size. Small blocks compare the keys in turn.
+// most two thirds full, so that a lookup costs a probe or two whatever the
+// bundle's size. Small blocks compare the keys in turn.
 //
 // Invariants:
 //  (1) A type byte is the value's ValueType, plus kCountedKey when the entry
@@ -169,35 +169,29 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   bool HasIndex() const { return capacity > kLinearCapacity; }
   uint32_t IndexMask() const { return (uint32_t{1} << index_log2) - 1; }
 
+  // One-byte slots first: records are small.
   uint32_t IndexAt(uint32_t slot) const {
-    switch (index_width) {
-      case 1:
-        return static_cast<const uint8_t*>(index())[slot];
-      case 2:
-        return static_cast<const uint16_t*>(index())[slot];
-      default:
-        return static_cast<const uint32_t*>(index())[slot];
-    }
+    if (index_width == 1) return static_cast<const uint8_t*>(index())[slot];
+    if (index_width == 2) return static_cast<const uint16_t*>(index())[slot];
+    return static_cast<const uint32_t*>(index())[slot];
   }
   void SetIndexAt(uint32_t slot, uint32_t position) {
-    switch (index_width) {
-      case 1:
-        static_cast<uint8_t*>(index())[slot] = static_cast<uint8_t>(position);
-        break;
-      case 2:
-        static_cast<uint16_t*>(index())[slot] = static_cast<uint16_t>(position);
-        break;
-      default:
-        static_cast<uint32_t*>(index())[slot] = position;
-        break;
+    if (index_width == 1) {
+      static_cast<uint8_t*>(index())[slot] = static_cast<uint8_t>(position);
+    } else if (index_width == 2) {
+      static_cast<uint16_t*>(index())[slot] = static_cast<uint16_t>(position);
+    } else {
+      static_cast<uint32_t*>(index())[slot] = position;
     }
   }
 
-  // At least 16 slots and twice the capacity, a power of two (as log2).
+  // A power of two (as log2), at least 16 and more than one and a half times
+  // the capacity, so that the index is at most two thirds full.
   static uint8_t IndexLog2(int capacity) {
     if (capacity <= kLinearCapacity) return 0;
+    const uint32_t wanted = static_cast<uint32_t>(capacity) + static_cast<uint32_t>(capacity) / 2 + 1;
     uint8_t log2 = 4;
-    while ((uint32_t{1} << log2) < static_cast<uint32_t>(capacity) * 2) ++log2;
+    while ((uint32_t{1} << log2) < wanted) ++log2;
     return log2;
   }
   static uint8_t IndexWidth(int capacity) {
@@ -299,6 +293,16 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     for (int i = 0; i < size; ++i) IndexEntry(i, CVString::KeyRepHash(entries()[i].key));
   }
 
+  // The entry at `position`, its value destroyed, typed for a new value of
+  // `type` (its key kept).
+  Entry* Replace(int position, ValueType type) noexcept {
+    Entry* e = &entries()[position];
+    uint8_t& type_byte = types()[position];
+    e->DestroyValue(type_byte & kTypeMask);
+    type_byte = static_cast<uint8_t>(type | (type_byte & kCountedKey));
+    return e;
+  }
+
   // A copy of `rep` with room for `capacity` entries, or null when CVMem
   // refuses an array copy its block.
   static Rep* Clone(const Rep* rep, int capacity) {
@@ -394,17 +398,30 @@ int CVBundle::ContainsKey(const CVString& key) const {
   return m_rep != nullptr && m_rep->Find(LookupOf(key)) >= 0;
 }
 
+// The parser's case first: a permanent key into an unshared block with room.
 CVBundle::Entry* CVBundle::Slot(const CVString& key, ValueType type) {
+  Rep* rep = m_rep;
+  const KeyRep* permanent = key.PermanentRep();
+  if (rep == nullptr || permanent == nullptr || rep->size == rep->capacity ||
+      rep->refs.load(std::memory_order_acquire) != 1) {
+    return SlotSlow(key, type);
+  }
+  int position = rep->Find(Lookup{key, permanent});
+  if (position >= 0) return rep->Replace(position, type);
+  position = rep->size;
+  Entry* e = &rep->entries()[position];
+  e->key = permanent;
+  rep->types()[position] = static_cast<uint8_t>(type);
+  rep->size = position + 1;
+  if (rep->HasIndex()) rep->IndexEntry(position, key.Hash());
+  return e;
+}
+
+CVBundle::Entry* CVBundle::SlotSlow(const CVString& key, ValueType type) {
   if (m_rep != nullptr && m_rep->refs.load(std::memory_order_acquire) != 1 && !Detach()) return nullptr;
   const Lookup lookup = LookupOf(key);
   int position = m_rep != nullptr ? m_rep->Find(lookup) : -1;
-  if (position >= 0) {
-    Entry* e = &m_rep->entries()[position];
-    uint8_t& type_byte = m_rep->types()[position];
-    e->DestroyValue(type_byte & Rep::kTypeMask);
-    type_byte = static_cast<uint8_t>(type | (type_byte & Rep::kCountedKey));
-    return e;
-  }
+  if (position >= 0) return m_rep->Replace(position, type);
   const KeyRep* key_rep = lookup.permanent != nullptr ? lookup.permanent : key.AcquireKeyRep();
   const bool counted = lookup.permanent == nullptr;
   try {

@@ -136,6 +136,7 @@ class CVBundle {
   // destroyed (an existing key) or a new entry appended with the key copied.
   // The caller constructs the value. Null when CVMem refused to unshare.
   Entry* Slot(const CVString& key, ValueType type);
+  Entry* SlotSlow(const CVString& key, ValueType type);
   // Makes the block this bundle's own (copy on write); false, changing
   // nothing, when CVMem refuses a copied array its block.
   bool Detach();
