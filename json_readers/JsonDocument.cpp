@@ -606,6 +606,8 @@ const char* CJsonDocument::DescribeRefusal(const char* text, size_t length, size
         return t[offset] == '\\' ? "invalid escape in a string" : "invalid string";
       }
     }
+    // cJSON points one byte past the opening quote.
+    if (offset > 0 && t[offset - 1] == '"') *offset_io = offset - 1;
     return "unclosed string";
   }
   // A member name that is not a string: cJSON points one byte past it.

@@ -92,7 +92,7 @@ class CJsonDocument {
 
   // After a refusal: the byte offset where the text stops being JSON (the
   // length when it ends too early; cJSON's return_parse_end, or the byte
-  // before it when that is a member name that is not a string) and a short
+  // before it when that is at fault, see DescribeRefusal) and a short
   // reason ("unclosed string", "nesting deeper than 1000 levels", "NUL byte
   // in the text", "unexpected character", ...).
   size_t ErrorOffset() const { return m_error_offset; }
@@ -116,8 +116,9 @@ class CJsonDocument {
   static const char* FindLeniency(const char* text, size_t length, size_t* offset);
   // Why cJSON refused text[0, length) at byte *offset (where its
   // return_parse_end points): one of the short reasons of ErrorMessage.
-  // Moves *offset to the byte at fault where cJSON points past it (a member
-  // name that is not a string; the first NUL byte).
+  // Moves *offset to the byte at fault where cJSON points past it (the
+  // opening quote of an unclosed string, a member name that is not a
+  // string, the first NUL byte).
   static const char* DescribeRefusal(const char* text, size_t length, size_t* offset);
 
   // End of public API. Implementation details follow.
