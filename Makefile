@@ -84,7 +84,7 @@ build-fuzz:
 	@scripts/install-deps.sh $(FUZZ_PACKAGES)
 	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=$(FUZZ_CXX) \
 	  -DPOIPARSER_FUZZ=ON -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
-	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer document_fuzzer
 
 # Both targets at once, SECONDS each; new inputs stay in build/fuzz/corpus.
 fuzz: build-fuzz

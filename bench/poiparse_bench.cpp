@@ -10,6 +10,13 @@
 //   (e) heap allocations made by (b) and bytes still held by the bundle, per
 //       POI, counted through CVMem's hooks and a counting operator new (the
 //       block heap's chunks count as one allocation and their full size).
+// And from text to bundle, in a second table:
+//   (f) through the document: CJsonDocument::Parse of the text (warm), the
+//       entry operation, the bundle destroyed;
+//   (g) through cJSON: cJSON_ParseWithOpts, the operation, the bundle
+//       destroyed, cJSON_Delete;
+//   (h) the document's Parse alone (copy, simdjson, conversion); h - d is
+//       about the conversion of simdjson's tape into nodes.
 // Each benchmark runs kRepetitions times and the table takes the fastest
 // repetition of each: on a shared machine the noise only ever adds time, so
 // the minimum is the stablest estimate of a cost, and the ratios compare like
@@ -29,6 +36,7 @@
 
 #include "bench/AnswerGenerator.h"
 #include "foundation/BlockHeap.h"
+#include "json_readers/JsonDocument.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 // ---- Allocation counting --------------------------------------------------------
@@ -160,6 +168,65 @@ void BM_Simdjson(benchmark::State& state, const Input* input) {
   }
 }
 
+// ---- Text to bundle: (f), (g), (h) -------------------------------------------------
+
+void BM_TextDocument(benchmark::State& state, const Input* input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input->text.data(), input->text.size());  // warm
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
+  for (auto _ : state) {
+    CVBundle bundle;
+    int result = input->op(document.Parse(input->text.data(), input->text.size()), bundle);
+    benchmark::DoNotOptimize(result);
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+}
+
+void BM_TextCjson(benchmark::State& state, const Input* input) {
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
+  for (auto _ : state) {
+    cJSON* root = Parse(input->text);
+    {
+      CVBundle bundle;
+      int result = input->op(root, bundle);
+      benchmark::DoNotOptimize(result);
+    }
+    cJSON_Delete(root);
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+}
+
+void BM_DocumentParse(benchmark::State& state, const Input* input) {
+  _quarn_vi::CJsonDocument document;
+  for (auto _ : state) benchmark::DoNotOptimize(document.Parse(input->text.data(), input->text.size()));
+}
+
+// The document's tree bytes per POI (nodes and simdjson's strings).
+double TreeBytesPerPoi(const Input& input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input.text.data(), input.text.size());
+  return static_cast<double>(document.TreeBytes()) / input.pois;
+}
+
+void PrintTextToBundleTable(std::map<std::string, double>& micros) {
+  std::printf("\n| input | f: text to bundle, document (us) | g: through cJSON (us) | g/f | h: document parse (us) |"
+              " h - d (us) | f - h (us) | tree bytes/POI |\n");
+  std::printf("|---|---:|---:|---:|---:|---:|---:|---:|\n");
+  for (const Input& input : Inputs()) {
+    double d = micros["simdjson/" + input.name];
+    double f = micros["text_document/" + input.name];
+    double g = micros["text_cjson/" + input.name];
+    double h = micros["document_parse/" + input.name];
+    if (d <= 0 || f <= 0 || g <= 0 || h <= 0) continue;  // filtered out
+    std::printf("| %s | %.1f | %.1f | %.2f | %.1f | %.1f | %.1f | %.0f |\n", input.name.c_str(), f, g, g / f, h, h - d,
+                f - h, TreeBytesPerPoi(input));
+  }
+  if (micros["text_document/poi_list_20"] > 0 && micros["text_document/poi_list_10000"] > 0) {
+    std::printf("\nf per POI at 10,000 POIs / at 20: %.2f\n",
+                (micros["text_document/poi_list_10000"] / 10000) / (micros["text_document/poi_list_20"] / 20));
+  }
+}
+
 constexpr int kRepetitions = 5;
 
 double Fastest(const std::vector<double>& times) { return *std::min_element(times.begin(), times.end()); }
@@ -244,6 +311,9 @@ int main(int argc, char** argv) {
     add("build", BM_Build);
     add("walk", BM_Walk);
     add("simdjson", BM_Simdjson);
+    add("text_document", BM_TextDocument);
+    add("text_cjson", BM_TextCjson);
+    add("document_parse", BM_DocumentParse);
   }
   benchmark::Initialize(&argc, argv);
   Collector collector;
@@ -271,5 +341,6 @@ int main(int argc, char** argv) {
     std::printf("\nbuild per POI at 10,000 POIs / at 20: %.2f; b/a at 10,000 / b/a at 20: %.2f\n",
                 build_per_poi["poi_list_10000"] / build_per_poi["poi_list_20"], ratio_10000 / ratio_20);
   }
+  PrintTextToBundleTable(collector.micros);
   return 0;
 }
