@@ -68,15 +68,17 @@ struct CJsonDocument::Impl {
   size_t length = 0;             // bytes of the last text
 
 #if POIPARSER_WITH_SIMDJSON
-  // One open array or object of the conversion.
+  // An open array or object of the conversion: the container around it
+  // and that container's last child (the one being filled).
   struct Frame {
     cJSON* container;
-    cJSON* last;  // its last child so far, or null
+    cJSON* last;
   };
   simdjson::dom::parser parser;
   std::unique_ptr<cJSON[]> nodes;  // the node block, not cleared between uses
   size_t node_capacity = 0;
-  // frames[0] is the level above the root; frames[k] the k-th open container.
+  // frames[k] saves the state of the conversion outside the k-th open
+  // container (frames[0] is unused).
   std::unique_ptr<Frame[]> frames{new Frame[kNestingLimit + 1]};
 
   bool Convert(const char* text, cJSON** root, size_t* bytes);
@@ -103,7 +105,7 @@ struct CJsonDocument::Impl {
 //   'l' 'u' 'd' a number, its 64 bits in the next word; 't' 'f' 'n'.
 // The structural indexes (stage 1's output) list, in text order, the offset
 // of every bracket, comma and colon and of the first byte of every value; the
-// conversion walks them in step with the tape to find each number's text.
+// conversion counts them in step with the tape to find a number's text.
 //
 // Returns false to hand the text to cJSON: nesting deeper than cJSON's limit,
 // or a number longer than cJSON reads. Writes every field of every node
@@ -115,6 +117,7 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
   const uint32_t* structurals = parser.implementation->structural_indexes.get();
   const size_t tape_end = static_cast<size_t>(tape[0] & kPayload) - 1;  // the closing root word
   const size_t longest_number = LongestCjsonNumber();
+  const bool cuts_numbers = longest_number != SIZE_MAX;
   // Every node takes at least one tape word between the two root words.
   if (node_capacity < tape_end) {
     nodes.reset(new cJSON[tape_end]);
@@ -122,26 +125,35 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
   }
   cJSON* next_node = nodes.get();
   cJSON* root = nullptr;
+  // The open container and its last child so far live in registers; the
+  // frames keep those of the containers around it.
   Frame* top = frames.get();
-  top->container = nullptr;
-  top->last = nullptr;
-  size_t s = 0;           // structural index of the current value
+  cJSON* container = nullptr;
+  cJSON* last = nullptr;
+  bool in_object = false;
+  // The structural index of the current value, counted from the structure
+  // alone (a comma before every element but the first, a name and a colon
+  // before every member's value), so that no load waits on another.
+  size_t s = 0;
   size_t last_string = 0;  // offset of the last string in the string buffer
   bool any_string = false;
   for (size_t i = 1; i < tape_end;) {
     uint64_t word = tape[i];
     char kind = static_cast<char>(word >> 56);
     if (kind == '}' || kind == ']') {
-      cJSON* first = top->container->child;
-      if (first != nullptr) first->prev = top->last;  // cJSON's last-child link
+      cJSON* first = container->child;
+      if (first != nullptr) first->prev = last;  // cJSON's last-child link
+      container = top->container;
+      last = top->last;
+      in_object = container != nullptr && container->type == cJSON_Object;
       --top;
       ++i;
       ++s;
-      s += json[structurals[s]] == ',';
       continue;
     }
+    s += last != nullptr;  // the comma
     const char* name = nullptr;
-    if (top->container != nullptr && top->container->type == cJSON_Object) {
+    if (in_object) {
       last_string = static_cast<size_t>(word & kPayload);
       any_string = true;
       name = strings + last_string + 4;
@@ -151,20 +163,20 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
     }
     cJSON* node = next_node++;
     node->next = nullptr;
-    node->prev = top->last;
+    node->prev = last;
     node->child = nullptr;
     node->valuestring = nullptr;
     node->valueint = 0;
     node->valuedouble = 0;
     node->string = const_cast<char*>(name);
-    if (top->last != nullptr) {
-      top->last->next = node;
-    } else if (top->container != nullptr) {
-      top->container->child = node;
+    if (last != nullptr) {
+      last->next = node;
+    } else if (container != nullptr) {
+      container->child = node;
     } else {
       root = node;
     }
-    top->last = node;
+    last = node;
     double number;
     switch (kind) {
       case '{':
@@ -172,11 +184,14 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
         node->type = kind == '{' ? cJSON_Object : cJSON_Array;
         if (top - frames.get() == kNestingLimit) return false;
         ++top;
-        top->container = node;
-        top->last = nullptr;
+        top->container = container;
+        top->last = last;
+        container = node;
+        last = nullptr;
+        in_object = kind == '{';
         ++i;
         ++s;
-        continue;  // no comma right after an opening bracket
+        continue;
       case '"':
         last_string = static_cast<size_t>(word & kPayload);
         any_string = true;
@@ -188,11 +203,11 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
       case 'u':
       case 'd': {
         const uint64_t bits = tape[i + 1];
-        const uint32_t at = structurals[s];
         if (kind == 'l') {
           const int64_t value = static_cast<int64_t>(bits);
+          number = static_cast<double>(value);
           // simdjson reads "-0" as the integer 0; strtod gives -0.0.
-          number = value == 0 && json[at] == '-' ? -0.0 : static_cast<double>(value);
+          if (value == 0 && json[structurals[s]] == '-') number = -0.0;
         } else if (kind == 'u') {
           number = static_cast<double>(bits);
         } else {
@@ -200,10 +215,10 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
         }
         // The next structural bounds the number's text; look closer only
         // when the gap could hold a number cJSON cuts short.
-        if (structurals[s + 1] - at > longest_number) {
-          size_t end = at;
+        if (cuts_numbers && structurals[s + 1] - structurals[s] > longest_number) {
+          size_t end = structurals[s];
           while (IsNumberByte(static_cast<unsigned char>(json[end]))) ++end;
-          if (end - at > longest_number) return false;
+          if (end - structurals[s] > longest_number) return false;
         }
         node->type = cJSON_Number;
         node->valuedouble = number;
@@ -226,7 +241,6 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
         break;
     }
     ++s;
-    s += json[structurals[s]] == ',';
   }
   size_t string_bytes = 0;
   if (any_string) {
