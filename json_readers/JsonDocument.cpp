@@ -27,10 +27,14 @@ namespace {
 
 // cJSON's CJSON_NESTING_LIMIT: it refuses a 1001st nested array or object.
 constexpr int kNestingLimit = 1000;
+// cJSON 1.7.15 reads at most 63 bytes of a number (see LongestCjsonNumber).
+constexpr size_t kCutNumberLength = 63;
+#if POIPARSER_WITH_SIMDJSON
+constexpr size_t kPadding = simdjson::SIMDJSON_PADDING;
+
 // cJSON 1.7.15 copies at most 63 bytes of a number before strtod reads
 // them, and refuses the digits left behind; later releases (and Debian's
 // patched 1.7.15) read numbers of any length. The linked cJSON is asked once.
-constexpr size_t kCutNumberLength = 63;
 size_t LongestCjsonNumber() {
   static const size_t longest = [] {
     const std::string text = "[" + std::string(kCutNumberLength + 1, '1') + "]";
@@ -41,18 +45,16 @@ size_t LongestCjsonNumber() {
   return longest;
 }
 
-#if POIPARSER_WITH_SIMDJSON
-constexpr size_t kPadding = simdjson::SIMDJSON_PADDING;
-#else
-constexpr size_t kPadding = 1;
-#endif
-
 // cJSON's valueint of a number: saturated at the int range, else truncated.
 inline int CjsonValueInt(double number) {
   if (number >= INT_MAX) return INT_MAX;
   if (number <= static_cast<double>(INT_MIN)) return INT_MIN;
   return static_cast<int>(number);
 }
+
+#else
+constexpr size_t kPadding = 1;
+#endif
 
 inline bool IsNumberByte(unsigned char c) {
   return (c >= '0' && c <= '9') || c == '+' || c == '-' || c == 'e' || c == 'E' || c == '.';
