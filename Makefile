@@ -99,7 +99,7 @@ build-fuzz:
 	  -DPOIPARSER_FUZZ=ON -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
 	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer document_fuzzer
 
-# Both targets at once, SECONDS each; new inputs stay in build/fuzz/corpus.
+# Every target at once, SECONDS each; new inputs stay in build/fuzz/corpus.
 fuzz: build-fuzz
 	fuzz/run.sh $(FUZZ_DIR) $(SECONDS)
 
