@@ -10,6 +10,13 @@
 //   (e) heap allocations made by (b) and bytes still held by the bundle, per
 //       POI, counted through CVMem's hooks and a counting operator new (every
 //       text and entry block is one allocation of its usable size).
+// And from text to bundle, in a second table:
+//   (f) through the document: CJsonDocument::Parse of the text (warm), the
+//       entry operation, the bundle destroyed;
+//   (g) through cJSON: cJSON_ParseWithOpts, the operation, the bundle
+//       destroyed, cJSON_Delete;
+//   (h) the document's Parse alone (copy, simdjson, conversion); h - d is
+//       about the conversion of simdjson's tape into nodes.
 // Then long lists: a POI list answer whose psrs "SEResult" holds 200,000 and
 // then 2,000,000 strings, built and destroyed once each (before the heap
 // settings below, as a client's process runs): linear growth gives a ratio
@@ -33,6 +40,7 @@
 #include <vector>
 
 #include "bench/AnswerGenerator.h"
+#include "json_readers/JsonDocument.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 // ---- Allocation counting --------------------------------------------------------
@@ -153,6 +161,66 @@ void BM_Simdjson(benchmark::State& state, const Input* input) {
   for (auto _ : state) {
     auto doc = parser.parse(padded);
     benchmark::DoNotOptimize(doc.error());
+  }
+}
+
+// ---- Text to bundle: (f), (g), (h) -------------------------------------------------
+
+void BM_TextDocument(benchmark::State& state, const Input* input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input->text.data(), input->text.size());  // warm
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
+  for (auto _ : state) {
+    CVBundle bundle;
+    int result = input->op(document.Parse(input->text.data(), input->text.size()), bundle);
+    benchmark::DoNotOptimize(result);
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+}
+
+void BM_TextCjson(benchmark::State& state, const Input* input) {
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
+  for (auto _ : state) {
+    cJSON* root = Parse(input->text);
+    {
+      CVBundle bundle;
+      int result = input->op(root, bundle);
+      benchmark::DoNotOptimize(result);
+    }
+    cJSON_Delete(root);
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+}
+
+void BM_DocumentParse(benchmark::State& state, const Input* input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input->text.data(), input->text.size());  // warm
+  for (auto _ : state) benchmark::DoNotOptimize(document.Parse(input->text.data(), input->text.size()));
+}
+
+// The document's tree bytes per POI (nodes and simdjson's strings).
+double TreeBytesPerPoi(const Input& input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input.text.data(), input.text.size());
+  return static_cast<double>(document.TreeBytes()) / input.pois;
+}
+
+void PrintTextToBundleTable(std::map<std::string, double>& micros) {
+  std::printf("\n| input | f: text to bundle, document (us) | g: through cJSON (us) | g/f | h: document parse (us) |"
+              " h - d (us) | f - h (us) | tree bytes/POI |\n");
+  std::printf("|---|---:|---:|---:|---:|---:|---:|---:|\n");
+  for (const Input& input : Inputs()) {
+    double d = micros["simdjson/" + input.name];
+    double f = micros["text_document/" + input.name];
+    double g = micros["text_cjson/" + input.name];
+    double h = micros["document_parse/" + input.name];
+    if (d <= 0 || f <= 0 || g <= 0 || h <= 0) continue;  // filtered out
+    std::printf("| %s | %.1f | %.1f | %.2f | %.1f | %.1f | %.1f | %.0f |\n", input.name.c_str(), f, g, g / f, h, h - d,
+                f - h, TreeBytesPerPoi(input));
+  }
+  if (micros["text_document/poi_list_20"] > 0 && micros["text_document/poi_list_10000"] > 0) {
+    std::printf("\nf per POI at 10,000 POIs / at 20: %.2f\n",
+                (micros["text_document/poi_list_10000"] / 10000) / (micros["text_document/poi_list_20"] / 20));
   }
 }
 
@@ -287,6 +355,9 @@ int main(int argc, char** argv) {
     add("build", BM_Build);
     add("walk", BM_Walk);
     add("simdjson", BM_Simdjson);
+    add("text_document", BM_TextDocument);
+    add("text_cjson", BM_TextCjson);
+    add("document_parse", BM_DocumentParse);
   }
   benchmark::Initialize(&argc, argv);
   Collector collector;
@@ -314,6 +385,7 @@ int main(int argc, char** argv) {
     std::printf("\nbuild per POI at 10,000 POIs / at 20: %.2f; b/a at 10,000 / b/a at 20: %.2f\n",
                 build_per_poi["poi_list_10000"] / build_per_poi["poi_list_20"], ratio_10000 / ratio_20);
   }
+  PrintTextToBundleTable(collector.micros);
   if (long_lists) {
     std::printf("\nlong lists: 200,000 strings under \"SEResult\" in %.3f s, 2,000,000 in %.3f s: %.1f times (linear: 10)\n",
                 lists.short_seconds, lists.long_seconds, lists.long_seconds / lists.short_seconds);
