@@ -4,7 +4,10 @@
 #   make install PREFIX=DIR   builds a Release copy and installs the library
 #   make bench  builds the benchmarks in Release and prints their table
 #   make check  the test suite under ASan+UBSan (make test), the concurrency
-#               test under ThreadSanitizer and a fuzz smoke run (60 s)
+#               test under ThreadSanitizer, a fuzz smoke run (60 s) and the
+#               suite built on cJSON alone (make test-cjson-only)
+#   make test-cjson-only  the test suite of a build without simdjson
+#               (POIPARSER_WITH_SIMDJSON=OFF)
 #   make fuzz SECONDS=N   runs the fuzz targets for N seconds each
 #   make test-arm64 / make test-armhf   cross-build for 64-bit / 32-bit ARM
 #               and run the test suite under qemu-user
@@ -13,10 +16,11 @@ RELEASE_DIR := build/release
 TEST_DIR := build/test
 BENCH_DIR := build/bench
 TSAN_DIR := build/tsan
+CJSON_ONLY_DIR := build/test-cjson-only
 FUZZ_DIR := build/fuzz
-BUILD_PACKAGES := cmake g++ make libcjson-dev pkg-config
+BUILD_PACKAGES := cmake g++ make libcjson-dev libsimdjson-dev pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
-BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev libsimdjson-dev
+BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev
 # clang-14 gives clang++-14; libclang-rt-14-dev gives libFuzzer and the
 # sanitizer runtimes of clang (a recommendation only, so named here).
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang-14 libclang-rt-14-dev
@@ -26,7 +30,7 @@ SECONDS ?= 60
 EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
-.PHONY: run test bench deps deps-test build build-test install clean check check-tsan \
+.PHONY: run test bench deps deps-test build build-test install clean check check-tsan test-cjson-only \
 	build-fuzz fuzz fuzz-corpus test-arm64 test-armhf
 
 # Each example is read with the arguments in examples/NAME.args, if any.
@@ -72,6 +76,7 @@ check:
 	@scripts/install-deps.sh $(CHECK_PACKAGES)
 	$(MAKE) --no-print-directory check-tsan
 	$(MAKE) --no-print-directory fuzz SECONDS=60
+	$(MAKE) --no-print-directory test-cjson-only
 	$(MAKE) --no-print-directory test
 
 # The concurrency test alone, built with g++ under ThreadSanitizer.
@@ -80,15 +85,23 @@ check-tsan: deps-test
 	cmake --build $(TSAN_DIR) -j $(JOBS) --target concurrency_tests
 	TSAN_OPTIONS=halt_on_error=1 ./$(TSAN_DIR)/tests/concurrency_tests
 
+# The whole suite on a build whose CJsonDocument stands on cJSON alone; the
+# package test then checks that the package files do without simdjson.
+test-cjson-only: deps-test
+	cmake -S . -B $(CJSON_ONLY_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPOIPARSER_SANITIZE= \
+	  -DPOIPARSER_WITH_SIMDJSON=OFF >/dev/null
+	cmake --build $(CJSON_ONLY_DIR) -j $(JOBS)
+	cd $(CJSON_ONLY_DIR) && ctest --output-on-failure -j $(JOBS)
+
 # The fuzz targets (fuzz/), built with clang: the library's sources are
 # compiled into them with libFuzzer's coverage, ASan and UBSan.
 build-fuzz:
 	@scripts/install-deps.sh $(FUZZ_PACKAGES)
 	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=$(FUZZ_CXX) \
 	  -DPOIPARSER_FUZZ=ON -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
-	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer document_fuzzer
 
-# Both targets at once, SECONDS each; new inputs stay in build/fuzz/corpus.
+# Every target at once, SECONDS each; new inputs stay in build/fuzz/corpus.
 fuzz: build-fuzz
 	fuzz/run.sh $(FUZZ_DIR) $(SECONDS)
 

@@ -8,8 +8,19 @@
 //   (d) simdjson: simdjson's DOM parse of the same text, the reference cost
 //       of reading JSON at all;
 //   (e) heap allocations made by (b) and bytes still held by the bundle, per
-//       POI, counted through CVMem's hooks and a counting operator new (the
-//       block heap's chunks count as one allocation and their full size).
+//       POI, counted through CVMem's hooks and a counting operator new (every
+//       text and entry block is one allocation of its usable size).
+// And from text to bundle, in a second table:
+//   (f) through the document: CJsonDocument::Parse of the text (warm), the
+//       entry operation, the bundle destroyed;
+//   (g) through cJSON: cJSON_ParseWithOpts, the operation, the bundle
+//       destroyed, cJSON_Delete;
+//   (h) the document's Parse alone (copy, simdjson, conversion); h - d is
+//       about the conversion of simdjson's tape into nodes.
+// Then long lists: a POI list answer whose psrs "SEResult" holds 200,000 and
+// then 2,000,000 strings, built and destroyed once each (before the heap
+// settings below, as a client's process runs): linear growth gives a ratio
+// of 10.
 // Each benchmark runs kRepetitions times and the table takes the fastest
 // repetition of each: on a shared machine the noise only ever adds time, so
 // the minimum is the stablest estimate of a cost, and the ratios compare like
@@ -19,6 +30,7 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,7 +40,7 @@
 #include <vector>
 
 #include "bench/AnswerGenerator.h"
-#include "foundation/BlockHeap.h"
+#include "json_readers/JsonDocument.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 // ---- Allocation counting --------------------------------------------------------
@@ -44,8 +56,8 @@ struct Counters {
 Counters g_counters;
 bool g_counting = false;
 
-void* CountedAlloc(size_t size, size_t alignment = 0) {
-  void* p = alignment == 0 ? std::malloc(size) : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+void* CountedAlloc(size_t size) {
+  void* p = std::malloc(size);
   if (p != nullptr && g_counting) {
     ++g_counters.allocations;
     g_counters.live_bytes += static_cast<long long>(malloc_usable_size(p));
@@ -73,14 +85,6 @@ void operator delete(void* p) noexcept { CountedFree(p); }
 void operator delete[](void* p) noexcept { CountedFree(p); }
 void operator delete(void* p, size_t) noexcept { CountedFree(p); }
 void operator delete[](void* p, size_t) noexcept { CountedFree(p); }
-// The chunks of the block heap, where strings and bundles carve their blocks.
-void* operator new(size_t size, std::align_val_t alignment) {
-  void* p = CountedAlloc(size == 0 ? 1 : size, static_cast<size_t>(alignment));
-  if (p == nullptr) throw std::bad_alloc();
-  return p;
-}
-void operator delete(void* p, std::align_val_t) noexcept { CountedFree(p); }
-void operator delete(void* p, size_t, std::align_val_t) noexcept { CountedFree(p); }
 
 namespace {
 
@@ -160,6 +164,66 @@ void BM_Simdjson(benchmark::State& state, const Input* input) {
   }
 }
 
+// ---- Text to bundle: (f), (g), (h) -------------------------------------------------
+
+void BM_TextDocument(benchmark::State& state, const Input* input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input->text.data(), input->text.size());  // warm
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
+  for (auto _ : state) {
+    CVBundle bundle;
+    int result = input->op(document.Parse(input->text.data(), input->text.size()), bundle);
+    benchmark::DoNotOptimize(result);
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+}
+
+void BM_TextCjson(benchmark::State& state, const Input* input) {
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
+  for (auto _ : state) {
+    cJSON* root = Parse(input->text);
+    {
+      CVBundle bundle;
+      int result = input->op(root, bundle);
+      benchmark::DoNotOptimize(result);
+    }
+    cJSON_Delete(root);
+  }
+  _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+}
+
+void BM_DocumentParse(benchmark::State& state, const Input* input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input->text.data(), input->text.size());  // warm
+  for (auto _ : state) benchmark::DoNotOptimize(document.Parse(input->text.data(), input->text.size()));
+}
+
+// The document's tree bytes per POI (nodes and simdjson's strings).
+double TreeBytesPerPoi(const Input& input) {
+  _quarn_vi::CJsonDocument document;
+  document.Parse(input.text.data(), input.text.size());
+  return static_cast<double>(document.TreeBytes()) / input.pois;
+}
+
+void PrintTextToBundleTable(std::map<std::string, double>& micros) {
+  std::printf("\n| input | f: text to bundle, document (us) | g: through cJSON (us) | g/f | h: document parse (us) |"
+              " h - d (us) | f - h (us) | tree bytes/POI |\n");
+  std::printf("|---|---:|---:|---:|---:|---:|---:|---:|\n");
+  for (const Input& input : Inputs()) {
+    double d = micros["simdjson/" + input.name];
+    double f = micros["text_document/" + input.name];
+    double g = micros["text_cjson/" + input.name];
+    double h = micros["document_parse/" + input.name];
+    if (d <= 0 || f <= 0 || g <= 0 || h <= 0) continue;  // filtered out
+    std::printf("| %s | %.1f | %.1f | %.2f | %.1f | %.1f | %.1f | %.0f |\n", input.name.c_str(), f, g, g / f, h, h - d,
+                f - h, TreeBytesPerPoi(input));
+  }
+  if (micros["text_document/poi_list_20"] > 0 && micros["text_document/poi_list_10000"] > 0) {
+    std::printf("\nf per POI at 10,000 POIs / at 20: %.2f\n",
+                (micros["text_document/poi_list_10000"] / 10000) / (micros["text_document/poi_list_20"] / 20));
+  }
+}
+
 constexpr int kRepetitions = 5;
 
 double Fastest(const std::vector<double>& times) { return *std::min_element(times.begin(), times.end()); }
@@ -192,12 +256,9 @@ AllocationFigures CountAllocations(const Input& input) {
   // Build once first, so that the tables and keys made on first use are
   // not counted.
   { CVBundle warm; input.op(root, warm); }
-  // Several bundles are built and kept, as a client keeps its pages, so
-  // that the chunks they fill are counted whole but the unused end of the
-  // last one is spread over them; the first starts on a new chunk.
+  // Several bundles are built and kept, as a client keeps its pages.
   std::vector<CVBundle> kept(static_cast<size_t>(std::max(1, 2000 / input.pois)));
   const double pois = static_cast<double>(kept.size()) * input.pois;
-  _quarn_vi::CVBlockHeap::ReleaseThreadCache();
   g_counters = Counters();
   g_counting = true;
   AllocationFigures figures{0, 0};
@@ -208,6 +269,49 @@ AllocationFigures CountAllocations(const Input& input) {
   g_counting = false;
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
   _quarn_vi::CVMem::SetHooks(nullptr);
+  return figures;
+}
+
+// ---- Long lists -----------------------------------------------------------------
+
+// A POI list answer with no POIs and `count` suggestion strings in its psrs.
+std::string LongListAnswer(int count) {
+  std::string text = R"({"result": {"error": 0}, "poi_result": {"option": {}, "place_info": {}, "contents": [],)"
+                     R"( "psrs": {"SENum": )";
+  text += std::to_string(count) + R"(, "SEResult": [)";
+  for (int i = 0; i < count; ++i) {
+    if (i != 0) text += ',';
+    text += "\"coffee near station " + std::to_string(i) + '"';
+  }
+  return text + "]}}}";
+}
+
+// Seconds to build and destroy the bundle of `answer`, the fastest of `runs`.
+double LongListSeconds(const std::string& answer, int runs) {
+  cJSON* root = Parse(answer);
+  double best = 0;
+  for (int run = 0; run < runs; ++run) {
+    auto start = std::chrono::steady_clock::now();
+    {
+      CVBundle bundle;
+      if (CPoiJsonObjParser::ParsePoiListRst(root, bundle) != 1) std::abort();
+    }
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (run == 0 || seconds < best) best = seconds;
+  }
+  cJSON_Delete(root);
+  return best;
+}
+
+struct LongListFigures {
+  double short_seconds = 0;  // 200,000 strings
+  double long_seconds = 0;   // 2,000,000 strings
+};
+
+LongListFigures MeasureLongLists() {
+  LongListFigures figures;
+  figures.short_seconds = LongListSeconds(LongListAnswer(200000), 5);
+  figures.long_seconds = LongListSeconds(LongListAnswer(2000000), 3);
   return figures;
 }
 
@@ -230,6 +334,13 @@ int main(int argc, char** argv) {
   // heap back after every large answer and both (a) and (b) pay the kernel's
   // page faults again on the next iteration, by an amount that depends on
   // where earlier runs left the heap. Both are then measured warm.
+  // Long lists run first, under the default heap settings; not when the
+  // benchmarks are filtered.
+  bool long_lists = true;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--benchmark_filter", 18) == 0) long_lists = false;
+  }
+  const LongListFigures lists = long_lists ? MeasureLongLists() : LongListFigures();
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
   for (const Input& input : Inputs()) {
@@ -244,6 +355,9 @@ int main(int argc, char** argv) {
     add("build", BM_Build);
     add("walk", BM_Walk);
     add("simdjson", BM_Simdjson);
+    add("text_document", BM_TextDocument);
+    add("text_cjson", BM_TextCjson);
+    add("document_parse", BM_DocumentParse);
   }
   benchmark::Initialize(&argc, argv);
   Collector collector;
@@ -270,6 +384,11 @@ int main(int argc, char** argv) {
     double ratio_10000 = collector.micros["build/poi_list_10000"] / collector.micros["parse/poi_list_10000"];
     std::printf("\nbuild per POI at 10,000 POIs / at 20: %.2f; b/a at 10,000 / b/a at 20: %.2f\n",
                 build_per_poi["poi_list_10000"] / build_per_poi["poi_list_20"], ratio_10000 / ratio_20);
+  }
+  PrintTextToBundleTable(collector.micros);
+  if (long_lists) {
+    std::printf("\nlong lists: 200,000 strings under \"SEResult\" in %.3f s, 2,000,000 in %.3f s: %.1f times (linear: 10)\n",
+                lists.short_seconds, lists.long_seconds, lists.long_seconds / lists.short_seconds);
   }
   return 0;
 }

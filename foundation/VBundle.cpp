@@ -8,11 +8,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include "foundation/BlockHeap.h"
 
 namespace _quarn_vi {
 
 namespace {
+
+using KeyRep = CVString::Rep;
 
 // Takes over the block of `from`, leaving it empty.
 template <class A>
@@ -24,24 +25,33 @@ void TakeArray(A& to, A& from) {
 }
 
 // Copies the elements of `from` into the empty `to`; each element copy is
-// O(1) (shared storage). Throws std::bad_alloc when CVMem refuses the block.
+// O(1) (shared storage). Returns false, leaving `to` empty, when CVMem
+// refuses the block.
 template <class A>
-void CopyArray(A& to, const A& from) {
-  if (from.m_nSize == 0) return;
-  if (to.SetSize(from.m_nSize, -1) == 0) throw std::bad_alloc();
+bool CopyArray(A& to, const A& from) {
+  if (from.m_nSize == 0) return true;
+  if (to.SetSize(from.m_nSize, -1) == 0) return false;
   for (int i = 0; i < from.m_nSize; ++i) to.m_pData[i] = from.m_pData[i];
+  return true;
 }
 
-inline uint32_t KeyHash(const CVString& key) { return key.Hash(); }
+// A key to look up: its text and its permanent block, if any. Its hash is
+// computed only when an index needs it (a permanent string keeps it).
+struct Lookup {
+  const CVString& text;
+  const KeyRep* permanent;  // null for an ordinary string
+};
 
 }  // namespace
 
-// One key and its value: 64 bytes. The value's type lives in the block's
-// type array, beside the entries, so that an entry fills a cache line. Arrays
+// One key and its value: 40 bytes. The key is the address of its text block:
+// a permanent block (shared by every bundle and never freed) or, for a key
+// given as an ordinary string, a counted block that the entry owns. The
+// value's type lives in the block's type array, beside the entries. Arrays
 // live in the entry itself (their elements in their own block), so storing
 // one costs no allocation.
 struct CVBundle::Entry {
-  CVString key;
+  const KeyRep* key;
   union {
     int i;
     double d;
@@ -61,48 +71,49 @@ struct CVBundle::Entry {
   const StringArray& Strings() const { return *std::launder(reinterpret_cast<const StringArray*>(sa)); }
 
   // Copies the value of `other`, of type `type` (the key is the caller's
-  // business). Only an array copy can fail (std::bad_alloc); it then leaves
-  // no value behind.
-  void CopyValueFrom(const Entry& other, uint8_t type) {
+  // business). Returns false, leaving no value behind, when CVMem refuses an
+  // array copy its block.
+  bool CopyValueFrom(const Entry& other, uint8_t type) {
     switch (type) {
       case kString:
         new (s) CVString(other.Str());
-        break;
+        return true;
       case kBundle:
         new (b) CVBundle(other.Bun());
-        break;
+        return true;
       case kBundleArray:
-        CopyArrayInto(ba, other.Bundles());
-        break;
+        return CopyArrayInto(ba, other.Bundles());
       case kStringArray:
-        CopyArrayInto(sa, other.Strings());
-        break;
+        return CopyArrayInto(sa, other.Strings());
       default:
         d = other.d;  // covers int and bool too
-        break;
+        return true;
     }
   }
 
   template <class A>
-  static void CopyArrayInto(unsigned char* storage, const A& from) {
+  static bool CopyArrayInto(unsigned char* storage, const A& from) {
     A copy;
-    CopyArray(copy, from);
+    if (!CopyArray(copy, from)) return false;
     TakeArray(*new (storage) A(), copy);
+    return true;
   }
 
+  // The destructors are called by their qualified names: the types are
+  // exact, so no virtual call is needed.
   void DestroyValue(uint8_t type) noexcept {
     switch (type) {
       case kString:
-        Str().~CVString();
+        Str().CVString::~CVString();
         break;
       case kBundle:
         Bun().~CVBundle();
         break;
       case kBundleArray:
-        Bundles().~BundleArray();
+        Bundles().BundleArray::~BundleArray();
         break;
       case kStringArray:
-        Strings().~StringArray();
+        Strings().StringArray::~StringArray();
         break;
       default:
         break;
@@ -110,63 +121,120 @@ struct CVBundle::Entry {
   }
 };
 static_assert(sizeof(CVBundle::BundleArray) <= sizeof(CVString), "an array fits an entry's value");
+static_assert(sizeof(CVBundle::Entry) <= 40, "an entry is a key pointer and a 32-byte value");
 
-// The entry block: this header, `capacity` entries, their value types (one
-// byte each), then, for blocks of more than kLinearCapacity entries, an open
-// addressing index of the entries by key hash (entry position + 1, 0 for a
-// free slot), at least twice as large as the capacity, so that a lookup
-// costs a probe or two whatever the bundle's size. Small blocks compare the
-// keys in turn.
+// The entry block: this header, `capacity` entries, their type bytes, then,
+// for blocks of more than kLinearCapacity entries, an open addressing index
+// of the entries by key hash (entry position + 1, 0 for a free slot), at
+// most two thirds full, so that a lookup costs a probe or two whatever the
+// bundle's size. Small blocks compare the keys in turn.
+//
+// Invariants:
+//  (1) A type byte is the value's ValueType, plus kCountedKey when the entry
+//      owns a counted key block (a key given as an ordinary string);
+//      `counted_keys` is set once any entry had one.
+//  (2) Permanent key blocks are unique per text, so two entries with
+//      permanent keys have equal keys iff their blocks are the same: a
+//      lookup by a permanent key compares texts only with counted keys.
+//  (3) Entries [0, size) hold a key and a value of their type; an int, bool
+//      or double entry with a permanent key owns nothing, and destruction
+//      skips it.
+//  (4) Index slots are as narrow as the positions allow: one byte up to
+//      kMaxByteCapacity entries, two up to kMaxShortCapacity, four above
+//      (a POI record's index is 64 bytes instead of 128).
 struct alignas(CVBundle::Entry) CVBundle::Rep {
   std::atomic<int> refs;
   int size;
   int capacity;
-  uint32_t index_mask;  // index slots - 1
+  uint8_t index_log2;     // log2 of the index slots; 0 without index
+  uint8_t index_width;    // bytes per index slot
+  bool counted_keys;      // some entry has (or had) kCountedKey
+  uint8_t unused;
+
+  static constexpr uint8_t kCountedKey = 0x80;
+  static constexpr uint8_t kTypeMask = 0x7F;
+  static constexpr int kLinearCapacity = 8;
+  static constexpr int kMaxByteCapacity = 127;
+  static constexpr int kMaxShortCapacity = 65535;
+  // Doubling beyond this would overflow the index's size.
+  static constexpr int kMaxCapacity = 1 << 30;
 
   Entry* entries() { return reinterpret_cast<Entry*>(this + 1); }
   const Entry* entries() const { return reinterpret_cast<const Entry*>(this + 1); }
   uint8_t* types() { return reinterpret_cast<uint8_t*>(entries() + capacity); }
   const uint8_t* types() const { return reinterpret_cast<const uint8_t*>(entries() + capacity); }
-  uint16_t* index() { return reinterpret_cast<uint16_t*>(types() + ((capacity + 1) & ~1)); }
-  const uint16_t* index() const { return reinterpret_cast<const uint16_t*>(types() + ((capacity + 1) & ~1)); }
-
-  // The index holds positions + 1 in 16 bits.
-  static constexpr int kMaxCapacity = 65535;
-  static constexpr int kLinearCapacity = 8;
+  static size_t TypeBytes(int capacity) { return (static_cast<size_t>(capacity) + 3) & ~size_t{3}; }
+  void* index() { return types() + TypeBytes(capacity); }
+  const void* index() const { return types() + TypeBytes(capacity); }
   bool HasIndex() const { return capacity > kLinearCapacity; }
+  uint32_t IndexMask() const { return (uint32_t{1} << index_log2) - 1; }
 
-  static uint32_t IndexSlots(int capacity) {
-    if (capacity <= kLinearCapacity) return 0;
-    uint32_t slots = 16;
-    while (slots < static_cast<uint32_t>(capacity) * 2) slots *= 2;
-    return slots;
+  // One-byte slots first: records are small.
+  uint32_t IndexAt(uint32_t slot) const {
+    if (index_width == 1) return static_cast<const uint8_t*>(index())[slot];
+    if (index_width == 2) return static_cast<const uint16_t*>(index())[slot];
+    return static_cast<const uint32_t*>(index())[slot];
+  }
+  void SetIndexAt(uint32_t slot, uint32_t position) {
+    if (index_width == 1) {
+      static_cast<uint8_t*>(index())[slot] = static_cast<uint8_t>(position);
+    } else if (index_width == 2) {
+      static_cast<uint16_t*>(index())[slot] = static_cast<uint16_t>(position);
+    } else {
+      static_cast<uint32_t*>(index())[slot] = position;
+    }
   }
 
-  // Header, entries, their value types (padded to even) and the index.
+  // A power of two (as log2), at least 16 and more than one and a half times
+  // the capacity, so that the index is at most two thirds full.
+  static uint8_t IndexLog2(int capacity) {
+    if (capacity <= kLinearCapacity) return 0;
+    const uint32_t wanted = static_cast<uint32_t>(capacity) + static_cast<uint32_t>(capacity) / 2 + 1;
+    uint8_t log2 = 4;
+    while ((uint32_t{1} << log2) < wanted) ++log2;
+    return log2;
+  }
+  static uint8_t IndexWidth(int capacity) {
+    return capacity <= kMaxByteCapacity ? 1 : capacity <= kMaxShortCapacity ? 2 : 4;
+  }
+  static size_t IndexBytes(int capacity) {
+    uint8_t log2 = IndexLog2(capacity);
+    return log2 == 0 ? 0 : (size_t{1} << log2) * IndexWidth(capacity);
+  }
+
+  // Header, entries, their type bytes (padded to 4) and the index.
   static size_t Bytes(int capacity) {
-    return sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity) +
-           static_cast<size_t>((capacity + 1) & ~1) + sizeof(uint16_t) * IndexSlots(capacity);
+    return sizeof(Rep) + sizeof(Entry) * static_cast<size_t>(capacity) + TypeBytes(capacity) +
+           IndexBytes(capacity);
   }
 
   static Rep* New(int capacity) {
-    static_assert(alignof(Rep) <= CVBlockHeap::kBlockAlign, "the block heap aligns a Rep");
     if (capacity > kMaxCapacity) throw std::length_error("CVBundle: too many keys");
-    uint32_t slots = IndexSlots(capacity);
-    Rep* rep = static_cast<Rep*>(CVBlockHeap::Allocate(Bytes(capacity)));
+    Rep* rep = static_cast<Rep*>(::operator new(Bytes(capacity)));
     new (&rep->refs) std::atomic<int>(1);
     rep->size = 0;
     rep->capacity = capacity;
-    rep->index_mask = slots - 1;
-    if (slots != 0) std::memset(rep->index(), 0, sizeof(uint16_t) * slots);
+    rep->index_log2 = IndexLog2(capacity);
+    rep->index_width = IndexWidth(capacity);
+    rep->counted_keys = false;
+    rep->unused = 0;
+    if (rep->HasIndex()) std::memset(rep->index(), 0, IndexBytes(capacity));
     return rep;
   }
 
-  static void Free(Rep* rep) noexcept { CVBlockHeap::Free(rep, Bytes(rep->capacity)); }
+  static void Free(Rep* rep) noexcept {
+    rep->refs.~atomic<int>();
+    ::operator delete(rep);
+  }
 
   static void Destroy(Rep* rep) noexcept {
-    for (int i = 0; i < rep->size; ++i) {
-      rep->entries()[i].DestroyValue(rep->types()[i]);
-      rep->entries()[i].key.~CVString();
+    Entry* e = rep->entries();
+    const uint8_t* types = rep->types();
+    for (int i = 0, n = rep->size; i < n; ++i) {
+      const uint8_t type = types[i];
+      if (type < kString) continue;  // a scalar under a permanent key
+      if ((type & kCountedKey) != 0) CVString::ReleaseKeyRep(e[i].key);
+      e[i].DestroyValue(type & kTypeMask);
     }
     Free(rep);
   }
@@ -179,52 +247,79 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     }
   }
 
-  // The position of `key`, or -1. Small blocks never hash the key.
-  int Find(const CVString& key) const {
-    const Entry* e = entries();
+  bool SameKey(int position, const Lookup& key) const {
+    const KeyRep* stored = entries()[position].key;
+    if (stored == key.permanent) return true;  // a permanent block (never null)
+    if (key.permanent != nullptr && (types()[position] & kCountedKey) == 0) return false;
+    return CVString::KeyRepEquals(stored, key.text);
+  }
+
+  // The position of `key`, or -1. Small blocks never hash the key; a
+  // permanent key in a bundle of permanent keys costs an address comparison
+  // per entry.
+  int Find(const Lookup& key) const {
     if (!HasIndex()) {
+      const Entry* e = entries();
+      if (key.permanent != nullptr) {
+        for (int i = 0; i < size; ++i) {
+          if (e[i].key == key.permanent) return i;
+        }
+        if (!counted_keys) return -1;
+      }
       for (int i = 0; i < size; ++i) {
-        if (e[i].key == key) return i;
+        if (SameKey(i, key)) return i;
       }
       return -1;
     }
-    const uint16_t* slots = index();
-    for (uint32_t slot = KeyHash(key) & index_mask;; slot = (slot + 1) & index_mask) {
-      uint16_t position = slots[slot];
+    const uint32_t mask = IndexMask();
+    for (uint32_t slot = key.text.Hash() & mask;; slot = (slot + 1) & mask) {
+      uint32_t position = IndexAt(slot);
       if (position == 0) return -1;
-      if (e[position - 1].key == key) return position - 1;
+      if (SameKey(static_cast<int>(position - 1), key)) return static_cast<int>(position - 1);
     }
   }
 
-  void IndexEntry(int position) {
-    if (!HasIndex()) return;
-    uint16_t* slots = index();
-    uint32_t slot = KeyHash(entries()[position].key) & index_mask;
-    while (slots[slot] != 0) slot = (slot + 1) & index_mask;
-    slots[slot] = static_cast<uint16_t>(position + 1);
+  // Enters the entry at `position`, whose key hashes to `hash`, in the index.
+  void IndexEntry(int position, uint32_t hash) {
+    const uint32_t mask = IndexMask();
+    uint32_t slot = hash & mask;
+    while (IndexAt(slot) != 0) slot = (slot + 1) & mask;
+    SetIndexAt(slot, static_cast<uint32_t>(position + 1));
   }
 
   void RebuildIndex() {
     if (!HasIndex()) return;
-    std::memset(index(), 0, sizeof(uint16_t) * (index_mask + 1));
-    for (int i = 0; i < size; ++i) IndexEntry(i);
+    std::memset(index(), 0, IndexBytes(capacity));
+    for (int i = 0; i < size; ++i) IndexEntry(i, CVString::KeyRepHash(entries()[i].key));
   }
 
-  // A copy of `rep` with room for `capacity` entries.
+  // The entry at `position`, its value destroyed, typed for a new value of
+  // `type` (its key kept).
+  Entry* Replace(int position, ValueType type) noexcept {
+    Entry* e = &entries()[position];
+    uint8_t& type_byte = types()[position];
+    e->DestroyValue(type_byte & kTypeMask);
+    type_byte = static_cast<uint8_t>(type | (type_byte & kCountedKey));
+    return e;
+  }
+
+  // A copy of `rep` with room for `capacity` entries, or null when CVMem
+  // refuses an array copy its block.
   static Rep* Clone(const Rep* rep, int capacity) {
     Rep* copy = New(capacity);
     for (int i = 0; i < rep->size; ++i) {
       Entry* e = &copy->entries()[i];
-      try {
-        e->CopyValueFrom(rep->entries()[i], rep->types()[i]);
-      } catch (...) {
+      const uint8_t type = rep->types()[i];
+      if (!e->CopyValueFrom(rep->entries()[i], type & kTypeMask)) {
         Destroy(copy);  // the entries copied so far
-        throw;
+        return nullptr;
       }
-      new (&e->key) CVString(rep->entries()[i].key);
-      copy->types()[i] = rep->types()[i];
+      e->key = rep->entries()[i].key;
+      if ((type & kCountedKey) != 0) CVString::RetainKeyRep(e->key);
+      copy->types()[i] = type;
       copy->size = i + 1;
     }
+    copy->counted_keys = rep->counted_keys;
     copy->RebuildIndex();
     return copy;
   }
@@ -236,11 +331,20 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
                 sizeof(Entry) * static_cast<size_t>(rep->size));
     std::memcpy(bigger->types(), rep->types(), static_cast<size_t>(rep->size));
     bigger->size = rep->size;
+    bigger->counted_keys = rep->counted_keys;
     bigger->RebuildIndex();
     Free(rep);
     return bigger;
   }
 };
+
+static_assert(sizeof(CVBundle::Rep) == 16, "the entry block's header");
+
+namespace {
+
+Lookup LookupOf(const CVString& key) { return Lookup{key, key.PermanentRep()}; }
+
+}  // namespace
 
 CVBundle::CVBundle(const CVBundle& other) noexcept : m_rep(other.m_rep) {
   if (m_rep != nullptr) m_rep->refs.fetch_add(1, std::memory_order_relaxed);
@@ -264,12 +368,14 @@ CVBundle& CVBundle::operator=(CVBundle&& other) noexcept {
   return *this;
 }
 
-void CVBundle::Detach() {
+bool CVBundle::Detach() {
   if (m_rep != nullptr && m_rep->refs.load(std::memory_order_acquire) != 1) {
     Rep* copy = Rep::Clone(m_rep, m_rep->capacity);
+    if (copy == nullptr) return false;
     Rep::Unref(m_rep);
     m_rep = copy;
   }
+  return true;
 }
 
 void CVBundle::Reserve(int count) {
@@ -277,57 +383,81 @@ void CVBundle::Reserve(int count) {
     if (count > 0) m_rep = Rep::New(count);
     return;
   }
-  Detach();
+  if (!Detach()) return;
   if (count > m_rep->capacity) m_rep = Rep::Grow(m_rep, count);
 }
 
 CVBundle::Entry* CVBundle::Find(const CVString& key, ValueType type) const {
   if (m_rep == nullptr) return nullptr;
-  int position = m_rep->Find(key);
-  if (position < 0 || m_rep->types()[position] != type) return nullptr;
+  int position = m_rep->Find(LookupOf(key));
+  if (position < 0 || (m_rep->types()[position] & Rep::kTypeMask) != type) return nullptr;
   return &m_rep->entries()[position];
 }
 
 int CVBundle::ContainsKey(const CVString& key) const {
-  return m_rep != nullptr && m_rep->Find(key) >= 0;
+  return m_rep != nullptr && m_rep->Find(LookupOf(key)) >= 0;
 }
 
+// The parser's case first: a permanent key into an unshared block with room.
 CVBundle::Entry* CVBundle::Slot(const CVString& key, ValueType type) {
-  Detach();
-  int position = m_rep != nullptr ? m_rep->Find(key) : -1;
-  if (position >= 0) {
-    Entry* e = &m_rep->entries()[position];
-    e->DestroyValue(m_rep->types()[position]);
-    m_rep->types()[position] = static_cast<uint8_t>(type);
-    return e;
+  Rep* rep = m_rep;
+  const KeyRep* permanent = key.PermanentRep();
+  if (rep == nullptr || permanent == nullptr || rep->size == rep->capacity ||
+      rep->refs.load(std::memory_order_acquire) != 1) {
+    return SlotSlow(key, type);
   }
-  if (m_rep == nullptr) {
-    m_rep = Rep::New(4);
-  } else if (m_rep->size == m_rep->capacity) {
-    m_rep = Rep::Grow(m_rep, m_rep->capacity * 2);
+  int position = rep->Find(Lookup{key, permanent});
+  if (position >= 0) return rep->Replace(position, type);
+  position = rep->size;
+  Entry* e = &rep->entries()[position];
+  e->key = permanent;
+  rep->types()[position] = static_cast<uint8_t>(type);
+  rep->size = position + 1;
+  if (rep->HasIndex()) rep->IndexEntry(position, key.Hash());
+  return e;
+}
+
+CVBundle::Entry* CVBundle::SlotSlow(const CVString& key, ValueType type) {
+  if (m_rep != nullptr && m_rep->refs.load(std::memory_order_acquire) != 1 && !Detach()) return nullptr;
+  const Lookup lookup = LookupOf(key);
+  int position = m_rep != nullptr ? m_rep->Find(lookup) : -1;
+  if (position >= 0) return m_rep->Replace(position, type);
+  const KeyRep* key_rep = lookup.permanent != nullptr ? lookup.permanent : key.AcquireKeyRep();
+  const bool counted = lookup.permanent == nullptr;
+  try {
+    if (m_rep == nullptr) {
+      m_rep = Rep::New(4);
+    } else if (m_rep->size == m_rep->capacity) {
+      if (m_rep->capacity >= Rep::kMaxCapacity) throw std::length_error("CVBundle: too many keys");
+      m_rep = Rep::Grow(m_rep, m_rep->capacity * 2);
+    }
+  } catch (...) {
+    if (counted) CVString::ReleaseKeyRep(key_rep);
+    throw;
   }
   position = m_rep->size;
   Entry* e = &m_rep->entries()[position];
-  new (&e->key) CVString(key);
-  m_rep->types()[position] = static_cast<uint8_t>(type);
+  e->key = key_rep;
+  m_rep->types()[position] = static_cast<uint8_t>(type | (counted ? Rep::kCountedKey : 0));
+  m_rep->counted_keys |= counted;
   ++m_rep->size;
-  m_rep->IndexEntry(position);
+  if (m_rep->HasIndex()) m_rep->IndexEntry(position, key.Hash());
   return e;
 }
 
 void CVBundle::SetInt(const CVString& key, int value) {
   Entry* e = Slot(key, kInt);
-  e->i = value;
+  if (e != nullptr) e->i = value;
 }
 
 void CVBundle::SetBool(const CVString& key, int value) {
   Entry* e = Slot(key, kBool);
-  e->i = value != 0 ? 1 : 0;
+  if (e != nullptr) e->i = value != 0 ? 1 : 0;
 }
 
 void CVBundle::SetDouble(const CVString& key, double value) {
   Entry* e = Slot(key, kDouble);
-  e->d = value;
+  if (e != nullptr) e->d = value;
 }
 
 // The const& setters copy the value first: it may live in this bundle, and
@@ -340,7 +470,7 @@ void CVBundle::SetString(const CVString& key, const CVString& value) {
 // so it moves straight into the entry.
 void CVBundle::SetString(const CVString& key, CVString&& value) {
   Entry* e = Slot(key, kString);
-  new (e->s) CVString(std::move(value));
+  if (e != nullptr) new (e->s) CVString(std::move(value));
 }
 
 void CVBundle::SetBundle(const CVString& key, const CVBundle& value) {
@@ -350,49 +480,52 @@ void CVBundle::SetBundle(const CVString& key, const CVBundle& value) {
 void CVBundle::SetBundle(const CVString& key, CVBundle&& value) {
   CVBundle taken(std::move(value));  // `value` may be this very bundle
   Entry* e = Slot(key, kBundle);
-  new (e->b) CVBundle(std::move(taken));
+  if (e != nullptr) {
+    new (e->b) CVBundle(std::move(taken));
+  } else {
+    value.Swap(taken);  // not stored: the caller keeps it
+  }
 }
 
 // The copy is made before Slot, which releases the key's old value (`value`
 // may be that value).
 void CVBundle::SetBundleArray(const CVString& key, const BundleArray& value) {
   BundleArray copy;
-  CopyArray(copy, value);
-  SetBundleArray(key, std::move(copy));
+  if (CopyArray(copy, value)) SetBundleArray(key, std::move(copy));
 }
 
-// `value` is taken over only once the entry exists: when Slot throws, the
+// `value` is taken over only once the entry exists: when Slot fails, the
 // caller keeps its array.
 void CVBundle::SetBundleArray(const CVString& key, BundleArray&& value) {
   Entry* e = Slot(key, kBundleArray);
-  TakeArray(*new (e->ba) BundleArray(), value);
+  if (e != nullptr) TakeArray(*new (e->ba) BundleArray(), value);
 }
 
 void CVBundle::SetStringArray(const CVString& key, const StringArray& value) {
   StringArray copy;
-  CopyArray(copy, value);
-  SetStringArray(key, std::move(copy));
+  if (CopyArray(copy, value)) SetStringArray(key, std::move(copy));
 }
 
 void CVBundle::SetStringArray(const CVString& key, StringArray&& value) {
   Entry* e = Slot(key, kStringArray);
-  TakeArray(*new (e->sa) StringArray(), value);
+  if (e != nullptr) TakeArray(*new (e->sa) StringArray(), value);
 }
 
 void CVBundle::Remove(const CVString& key) {
-  if (!ContainsKey(key)) return;
-  Detach();
-  int position = m_rep->Find(key);
+  if (!ContainsKey(key) || !Detach()) return;
+  int position = m_rep->Find(LookupOf(key));
   Entry* e = &m_rep->entries()[position];
-  e->DestroyValue(m_rep->types()[position]);
-  e->key.~CVString();
+  const uint8_t type = m_rep->types()[position];
+  e->DestroyValue(type & Rep::kTypeMask);
+  if ((type & Rep::kCountedKey) != 0) {
+    CVString::ReleaseKeyRep(e->key);
+  }
   size_t after = static_cast<size_t>(m_rep->size - position - 1);
   std::memmove(static_cast<void*>(e), static_cast<const void*>(e + 1), sizeof(Entry) * after);
   std::memmove(m_rep->types() + position, m_rep->types() + position + 1, after);
   --m_rep->size;
   m_rep->RebuildIndex();
 }
-
 
 int CVBundle::GetInt(const CVString& key) const {
   const Entry* e = Find(key, kInt);
@@ -448,8 +581,8 @@ bool CVBundle::operator==(const CVBundle& other) const {
   if (GetCount() != other.GetCount()) return false;
   for (int i = 0, n = GetCount(); i < n; ++i) {
     const Entry& a = m_rep->entries()[i];
-    const ValueType type = static_cast<ValueType>(m_rep->types()[i]);
-    const Entry* b = other.Find(a.key, type);
+    const ValueType type = GetTypeAt(i);
+    const Entry* b = other.Find(GetKeyAt(i), type);
     if (b == nullptr) return false;
     switch (type) {
       case kInt:
@@ -477,9 +610,9 @@ bool CVBundle::operator==(const CVBundle& other) const {
 }
 
 int CVBundle::GetCount() const { return m_rep == nullptr ? 0 : m_rep->size; }
-const CVString& CVBundle::GetKeyAt(int i) const { return m_rep->entries()[i].key; }
+CVString CVBundle::GetKeyAt(int i) const { return CVString::FromKeyRep(m_rep->entries()[i].key); }
 CVBundle::ValueType CVBundle::GetTypeAt(int i) const {
-  return static_cast<ValueType>(m_rep->types()[i]);
+  return static_cast<ValueType>(m_rep->types()[i] & Rep::kTypeMask);
 }
 int CVBundle::GetIntAt(int i) const { return m_rep->entries()[i].i; }
 double CVBundle::GetDoubleAt(int i) const { return m_rep->entries()[i].d; }

@@ -9,13 +9,28 @@
 // GetStringArray return null then. Returned pointers stay valid until the
 // bundle is changed or destroyed.
 //
-// Representation: one shared, reference-counted block of entries. Copying a
-// bundle costs one counter increment, whatever it holds (a bundle of 1,000
-// records included); the first change to a shared bundle copies its entry
-// block one level deep (nested bundles and strings stay shared, the elements
-// of arrays are copied, each in O(1)), so a copy is independent of its
-// original after a change to either. The object is one pointer and may be
-// relocated by a plain byte copy, as CVArray does on growth.
+// Representation: one shared, reference-counted block of entries, from
+// operator new. Copying a bundle costs one counter increment, whatever it
+// holds (a bundle of 1,000 records included); the first change to a shared
+// bundle copies its entry block one level deep (nested bundles and strings
+// stay shared, the elements of arrays are copied, each in O(1)), so a copy is
+// independent of its original after a change to either. The object is one
+// pointer and may be relocated by a plain byte copy, as CVArray does on
+// growth.
+//
+// Keys: an entry is 40 bytes, the key's text block and the value. Permanent
+// keys (CVString::Permanent, as the parser's) cost nothing to store and are
+// found by comparing addresses; a key given as an ordinary string costs the
+// entry a text block (shared with the string when it has one of the exact
+// length), freed with the entry.
+//
+// Limits: at most 2^30 keys; storing one more throws std::length_error.
+//
+// Failures: std::bad_alloc from operator new (entry and key blocks) passes to
+// the caller, the bundle unchanged. When CVMem refuses a block (the copy of
+// an array's elements, also when a change to a shared bundle copies it), the
+// Set... or Remove call does nothing and reports nothing: the value is left
+// out, as CVArray leaves out an element.
 //
 // The Set... overloads that take an rvalue move the value in (no copy at
 // all); the parser uses them for the records it builds in locals.
@@ -61,8 +76,9 @@ class CVBundle {
   void SetBundle(const CVString& key, const CVBundle& value);
   void SetBundle(const CVString& key, CVBundle&& value);
   // The const& forms copy the array's elements (each element copy is O(1));
-  // they throw std::bad_alloc when CVMem cannot give the copy its block.
-  // The && forms take over the array's block and leave `value` empty.
+  // they store nothing when CVMem cannot give the copy its block. The &&
+  // forms take over the array's block and leave `value` empty (untouched
+  // when nothing was stored).
   void SetBundleArray(const CVString& key, const BundleArray& value);
   void SetBundleArray(const CVString& key, BundleArray&& value);
   void SetStringArray(const CVString& key, const StringArray& value);
@@ -90,7 +106,8 @@ class CVBundle {
   // REQUIRES: 0 <= i < GetCount(), and the accessor matches GetTypeAt(i)
   // (GetIntAt serves int and bool).
   int GetCount() const;
-  const CVString& GetKeyAt(int i) const;
+  // The key as a string sharing the entry's text block.
+  CVString GetKeyAt(int i) const;
   ValueType GetTypeAt(int i) const;
   int GetIntAt(int i) const;
   double GetDoubleAt(int i) const;
@@ -117,9 +134,12 @@ class CVBundle {
   Entry* Find(const CVString& key, ValueType type) const;
   // The entry of `key`, made writable for a value of `type`: its old value
   // destroyed (an existing key) or a new entry appended with the key copied.
-  // The caller constructs the value.
+  // The caller constructs the value. Null when CVMem refused to unshare.
   Entry* Slot(const CVString& key, ValueType type);
-  void Detach();
+  Entry* SlotSlow(const CVString& key, ValueType type);
+  // Makes the block this bundle's own (copy on write); false, changing
+  // nothing, when CVMem refuses a copied array its block.
+  bool Detach();
 
   Rep* m_rep;  // null for an empty bundle that never had a block
 };

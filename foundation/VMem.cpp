@@ -25,6 +25,10 @@ void CVMem::Deallocate(void* block) {
   std::free(block);
 }
 
+bool CVMem::HasHooks() { return g_hooks.allocate != nullptr; }
+
+void* CVMem::Reallocate(void* block, unsigned int size) { return std::realloc(block, size == 0 ? 1 : size); }
+
 void CVMem::SetHooks(const CVMemHooks* hooks) {
   if (hooks == nullptr || hooks->allocate == nullptr || hooks->deallocate == nullptr) {
     g_hooks = CVMemHooks{nullptr, nullptr, nullptr};

@@ -28,6 +28,14 @@ class CVMem {
   static void* Allocate(unsigned int size, const char* file, int line);
   // Frees a block from Allocate. Deallocate(nullptr) is harmless.
   static void Deallocate(void* block);
+  // True iff hooks are installed (SetHooks with non-null hooks).
+  static bool HasHooks();
+  // Resizes a block from Allocate to `size` bytes as realloc does: the first
+  // bytes are kept (the block may move; large blocks move by remapping their
+  // pages instead of copying them); null, the block untouched, when memory is
+  // exhausted. REQUIRES: !HasHooks(): hooks see every request as an
+  // Allocate and a Deallocate, so the caller does those instead.
+  static void* Reallocate(void* block, unsigned int size);
   // Installs `hooks` (copied) as the process-wide allocator; null restores
   // malloc/free. Blocks must be freed by the allocator that made them, so
   // hooks are swapped only while no CVMem block is alive, or by hooks that

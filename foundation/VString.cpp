@@ -4,10 +4,12 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <string>
+#include <unordered_map>
 #include <utility>
 
-#include "foundation/BlockHeap.h"
 #include "foundation/Utf8.h"
 
 namespace _quarn_vi {
@@ -18,11 +20,40 @@ size_t RepBytes(unsigned int capacity) {
   return offsetof(CVString::Rep, units) + (static_cast<size_t>(capacity) + 1) * sizeof(unsigned short);
 }
 
+void FreeRep(CVString::Rep* rep) noexcept {
+  rep->refs.~atomic<int>();
+  ::operator delete(rep);
+}
+
+// A permanent block: the text's hash ahead of it, so that a bundle holding
+// only the block's address finds the hash for its index.
+struct PermanentText {
+  uint32_t hash;
+  CVString::Rep rep;
+};
+
+const PermanentText* PermanentOf(const CVString::Rep* rep) {
+  return reinterpret_cast<const PermanentText*>(reinterpret_cast<const char*>(rep) -
+                                                offsetof(PermanentText, rep));
+}
+
+// The table of permanent blocks, one per distinct text. It is never
+// destroyed: bundles and static keys use its blocks until the process ends
+// (and leak checkers find them through it).
+struct PermanentTable {
+  std::mutex mutex;
+  std::unordered_map<std::u16string, const CVString::Rep*> blocks;
+};
+
+PermanentTable& Permanents() {
+  static PermanentTable* table = new PermanentTable();
+  return *table;
+}
+
 }  // namespace
 
 CVString::Rep* CVString::NewRep(unsigned int length) {
-  static_assert(alignof(Rep) <= CVBlockHeap::kBlockAlign, "the block heap aligns a Rep");
-  Rep* rep = static_cast<Rep*>(CVBlockHeap::Allocate(RepBytes(length)));
+  Rep* rep = static_cast<Rep*>(::operator new(RepBytes(length)));
   new (&rep->refs) std::atomic<int>(1);
   rep->capacity = length;
   rep->units[length] = 0;
@@ -30,14 +61,12 @@ CVString::Rep* CVString::NewRep(unsigned int length) {
 }
 
 void CVString::ReleaseRep() noexcept {
-  if (m_len <= kInlineCapacity) return;
+  if (!HasRep()) return;
   Rep* rep = GetRep();
   int refs = rep->refs.load(std::memory_order_acquire);
   if (refs < 0) return;  // permanent
   // A sole owner needs no atomic decrement: nobody else can reach the block.
-  if (refs == 1 || rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    CVBlockHeap::Free(rep, RepBytes(rep->capacity));
-  }
+  if (refs == 1 || rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) FreeRep(rep);
 }
 
 unsigned short* CVString::PrepareUnits(CVString& out, unsigned int length) {
@@ -49,15 +78,15 @@ unsigned short* CVString::PrepareUnits(CVString& out, unsigned int length) {
     out.m_inline[length] = 0;
     return out.m_inline;
   }
+  if (length > kMaxLength) throw std::bad_alloc();
   Rep* rep = NewRep(length);
-  out.SetRep(rep);
-  out.m_len = length;
+  out.SetRep(rep, length);
   return rep->units;
 }
 
 void CVString::TruncateUnits(CVString& out, unsigned int length) {
-  if (length >= out.m_len) return;
-  if (out.m_len <= kInlineCapacity) {
+  if (length >= out.Length()) return;
+  if (!out.HasRep()) {
     out.m_len = length;
     out.m_inline[length] = 0;
     return;
@@ -65,7 +94,7 @@ void CVString::TruncateUnits(CVString& out, unsigned int length) {
   if (length > kInlineCapacity) {
     // The block is ours alone (PrepareUnits made it): shorten in place.
     out.GetRep()->units[length] = 0;
-    out.m_len = length;
+    out.m_len = length | kRepBit;
     return;
   }
   Rep* rep = out.GetRep();
@@ -78,7 +107,7 @@ void CVString::TruncateUnits(CVString& out, unsigned int length) {
 }
 
 void CVString::AssignLatin1(const char* text, size_t length) {
-  if (length > UINT_MAX - 1) throw std::bad_alloc();
+  if (length > kMaxLength) throw std::bad_alloc();
   CVString fresh;
   unsigned short* units = PrepareUnits(fresh, static_cast<unsigned int>(length));
   const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
@@ -91,30 +120,89 @@ CVString::CVString(const char* text) : m_len(0) {
   if (text != nullptr) AssignLatin1(text, std::strlen(text));
 }
 
-CVString::CVString(const char* text, Permanent) : CVString(text) {
-  if (m_len <= kInlineCapacity) return;
-  // The block is never freed, so it comes from operator new: carved from a
-  // chunk of the block heap, it would keep the whole chunk for good.
-  Rep* rep = static_cast<Rep*>(::operator new(RepBytes(m_len)));
-  new (&rep->refs) std::atomic<int>(-1);
-  rep->capacity = m_len;
-  std::memcpy(rep->units, GetRep()->units, (m_len + 1) * sizeof(unsigned short));
-  ReleaseRep();
-  SetRep(rep);
-  uint32_t hash = ComputeHash();
+CVString::CVString(const char* text, Permanent) : m_len(0) {
+  m_inline[0] = 0;
+  const CVString plain(text);
+  const unsigned int length = plain.Length();
+  std::u16string key(reinterpret_cast<const char16_t*>(plain.Data()), length);
+  PermanentTable& table = Permanents();
+  const Rep* rep;
+  {
+    std::lock_guard<std::mutex> lock(table.mutex);
+    auto found = table.blocks.find(key);
+    if (found != table.blocks.end()) {
+      rep = found->second;
+    } else {
+      void* memory = ::operator new(offsetof(PermanentText, rep) + RepBytes(length));
+      PermanentText* block = static_cast<PermanentText*>(memory);
+      block->hash = HashUnits(plain.Data(), length);
+      new (&block->rep.refs) std::atomic<int>(-1);
+      block->rep.capacity = length;
+      std::memcpy(block->rep.units, plain.Data(), length * sizeof(unsigned short));
+      block->rep.units[length] = 0;
+      try {
+        table.blocks.emplace(std::move(key), &block->rep);
+      } catch (...) {
+        ::operator delete(memory);
+        throw;
+      }
+      rep = &block->rep;
+    }
+  }
+  SetRep(rep, length);
+  const uint32_t hash = PermanentOf(rep)->hash;
   std::memcpy(m_inline + kHashSlot, &hash, sizeof(hash));
 }
 
-uint32_t CVString::ComputeHash() const {
-  uint32_t n = m_len;
+uint32_t CVString::HashUnits(const unsigned short* u, unsigned int n) noexcept {
   if (n == 0) return 0x9E3779B9u;
-  const unsigned short* u = Data();
   uint64_t x = (static_cast<uint64_t>(n) << 48) ^ (static_cast<uint64_t>(u[0]) << 32) ^
                (static_cast<uint64_t>(u[n / 2]) << 16) ^ u[n - 1];
   if (n > 2) x ^= (static_cast<uint64_t>(u[1]) << 40) ^ (static_cast<uint64_t>(u[n - 2]) << 24);
   x *= 0x9E3779B97F4A7C15ULL;
   uint32_t hash = static_cast<uint32_t>(x >> 32);
-  return hash != 0 ? hash : 1;  // 0 means "not computed"
+  return hash != 0 ? hash : 1;  // 0 means "not permanent" in a string's hash slot
+}
+
+const CVString::Rep* CVString::AcquireKeyRep() const {
+  if (HasRep()) {
+    Rep* rep = GetRep();
+    if (CachedHash() != 0) return rep;  // permanent
+    if (rep->capacity == Length()) {
+      rep->refs.fetch_add(1, std::memory_order_relaxed);
+      return rep;
+    }
+  }
+  Rep* rep = NewRep(Length());
+  std::memcpy(rep->units, Data(), Length() * sizeof(unsigned short));
+  return rep;
+}
+
+void CVString::RetainKeyRep(const Rep* rep) noexcept {
+  if (!IsPermanent(rep)) const_cast<Rep*>(rep)->refs.fetch_add(1, std::memory_order_relaxed);
+}
+
+void CVString::ReleaseKeyRep(const Rep* rep) noexcept {
+  Rep* block = const_cast<Rep*>(rep);
+  int refs = block->refs.load(std::memory_order_acquire);
+  if (refs < 0) return;
+  if (refs == 1 || block->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) FreeRep(block);
+}
+
+CVString CVString::FromKeyRep(const Rep* rep) noexcept {
+  CVString out;
+  out.SetRep(rep, rep->capacity);
+  if (IsPermanent(rep)) {
+    const uint32_t hash = PermanentOf(rep)->hash;
+    std::memcpy(out.m_inline + kHashSlot, &hash, sizeof(hash));
+  } else {
+    RetainKeyRep(rep);
+  }
+  return out;
+}
+
+uint32_t CVString::KeyRepHash(const Rep* rep) noexcept {
+  return IsPermanent(rep) ? PermanentOf(rep)->hash : HashUnits(rep->units, rep->capacity);
 }
 
 CVString::CVString(const unsigned short* units, int length) : m_len(0) {
@@ -193,7 +281,7 @@ int CVString::Find(const char* text, int start) const {
   const unsigned char* needle = reinterpret_cast<const unsigned char*>(text);
   size_t n = std::strlen(text);
   const unsigned short* hay = Data();
-  size_t len = m_len;
+  size_t len = Length();
   if (n > len) return -1;
   for (size_t i = static_cast<size_t>(start); i + n <= len; ++i) {
     size_t k = 0;
@@ -205,7 +293,7 @@ int CVString::Find(const char* text, int start) const {
 
 std::string CVString::ToUtf8() const {
   std::string out;
-  AppendUtf16AsUtf8(Data(), m_len, out);
+  AppendUtf16AsUtf8(Data(), Length(), out);
   return out;
 }
 
@@ -231,7 +319,7 @@ void CVString::AssignUtf8(CVString& out, const char* text, size_t length) {
     PrepareUnits(out, 0);
     return;
   }
-  if (length > UINT_MAX - 1) throw std::bad_alloc();
+  if (length > kMaxLength) throw std::bad_alloc();
   const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
   // A byte never yields more than one code unit (a four-byte sequence yields
   // two), so `length` units always suffice. Short texts decode on the stack

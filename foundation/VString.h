@@ -3,9 +3,15 @@
 // Representation: texts of up to kInlineCapacity code units live inside the
 // object (so a short ASCII key never touches the heap); longer texts live in a
 // shared, reference-counted, immutable block, so a copy costs one counter
-// increment and a change makes a new block (copy on write). The object holds
-// no pointer into itself: it may be relocated by a plain byte copy, as
-// CVArray does on growth.
+// increment and a change makes a new block (copy on write). Text blocks come
+// from operator new, each freed by its last owner. The object holds no
+// pointer into itself: it may be relocated by a plain byte copy, as CVArray
+// does on growth.
+//
+// Permanent strings (the parser's keys) always keep their text in a block
+// that is never freed, whatever its length, and equal texts share one block:
+// a bundle stores such a key as the block's address and finds it again by
+// comparing addresses.
 //
 // Text conversions:
 //   - CVString(const char*) and operator=(const char*) widen each byte to one
@@ -33,9 +39,10 @@ class CVString {
   static constexpr int kInlineCapacity = 9;
 
   // Tag for strings that live as long as the program (the parser's static
-  // keys): their copies share the block without touching its counter, and
-  // the block is never freed. REQUIRES: a static object (elsewhere the block
-  // leaks).
+  // keys): the text goes to a process-wide table of permanent blocks (one per
+  // distinct text, never freed; making one takes a lock), and copies share
+  // the block without touching its counter. Use it for a fixed set of keys,
+  // not for texts read from answers: every distinct text stays until exit.
   struct Permanent {};
 
   CVString() noexcept : m_len(0) { m_inline[0] = 0; }
@@ -44,7 +51,7 @@ class CVString {
   CVString(const unsigned short* units, int length);
   CVString(const CVString& other) noexcept : m_len(other.m_len) {
     std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
-    if (m_len > kInlineCapacity) Retain();
+    if (HasRep()) Retain();
   }
   CVString(CVString&& other) noexcept : m_len(other.m_len) {
     std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
@@ -52,7 +59,7 @@ class CVString {
     other.m_inline[0] = 0;
   }
   virtual ~CVString() {
-    if (m_len > kInlineCapacity) ReleaseRep();
+    if (HasRep()) ReleaseRep();
   }
 
   CVString& operator=(const CVString& other) noexcept;
@@ -69,21 +76,21 @@ class CVString {
   int Find(const char* text, int start) const;
 
   // Nonzero iff the string has no code units.
-  int IsEmpty() const { return m_len == 0; }
-  int GetLength() const { return static_cast<int>(m_len); }
+  int IsEmpty() const { return Length() == 0; }
+  int GetLength() const { return static_cast<int>(Length()); }
 
   // The NUL-terminated UTF-16 text; valid until the string is changed or
   // destroyed. The argument is ignored (callers pass 0).
   const unsigned short* GetBuffer(int /*minLength*/) const { return Data(); }
   operator const unsigned short*() const { return Data(); }
   const unsigned short* Data() const {
-    return m_len <= kInlineCapacity ? m_inline : GetRep()->units;
+    return HasRep() ? GetRep()->units : m_inline;
   }
 
   bool operator==(const CVString& other) const {
-    if (m_len != other.m_len) return false;
-    if (m_len > kInlineCapacity && GetRep() == other.GetRep()) return true;
-    return std::memcmp(Data(), other.Data(), m_len * sizeof(unsigned short)) == 0;
+    if (Length() != other.Length()) return false;
+    if (HasRep() && other.HasRep() && GetRep() == other.GetRep()) return true;
+    return std::memcmp(Data(), other.Data(), Length() * sizeof(unsigned short)) == 0;
   }
   bool operator!=(const CVString& other) const { return !(*this == other); }
 
@@ -101,12 +108,8 @@ class CVString {
   // A hash of the text for lookups (bundle keys): from the length and five
   // of the units. Computed once for a permanent string, then kept with it.
   uint32_t Hash() const {
-    if (m_len > kInlineCapacity) {
-      uint32_t cached;
-      std::memcpy(&cached, m_inline + kHashSlot, sizeof(cached));
-      if (cached != 0) return cached;
-    }
-    return ComputeHash();
+    uint32_t cached = CachedHash();
+    return cached != 0 ? cached : HashUnits(Data(), Length());
   }
 
   // The text as UTF-8 (for printing); a lone surrogate becomes U+FFFD.
@@ -118,8 +121,33 @@ class CVString {
   struct Rep {
     std::atomic<int> refs;
     unsigned int capacity;    // units the block has room for, less the NUL
-    unsigned short units[1];  // the text (m_len units) and a NUL
+    unsigned short units[1];  // the text (Length() units) and a NUL
   };
+  // The longest text a string holds, in code units.
+  static constexpr unsigned int kMaxLength = 0x7FFFFFFEu;
+
+  // Bundle keys. A key block holds exactly its key's text (capacity is the
+  // length) and never changes.
+  // The permanent block of this string's text, or null when it is not a
+  // permanent string (nor a copy of one).
+  const Rep* PermanentRep() const { return CachedHash() != 0 ? GetRep() : nullptr; }
+  // A key block of this string's text, owned by the caller (nothing to own
+  // for a permanent block): this string's own block when it fits exactly,
+  // else a new one. Throws std::bad_alloc like operator new.
+  const Rep* AcquireKeyRep() const;
+  static void RetainKeyRep(const Rep* rep) noexcept;
+  static void ReleaseKeyRep(const Rep* rep) noexcept;
+  static bool IsPermanent(const Rep* rep) { return rep->refs.load(std::memory_order_relaxed) < 0; }
+  // A string sharing a key block (counted unless permanent).
+  static CVString FromKeyRep(const Rep* rep) noexcept;
+  // The Hash() of a key block's text (kept with a permanent block).
+  static uint32_t KeyRepHash(const Rep* rep) noexcept;
+  // True iff the key block holds the text of `key`.
+  static bool KeyRepEquals(const Rep* rep, const CVString& key) noexcept {
+    return rep->capacity == key.Length() &&
+           std::memcmp(rep->units, key.Data(), key.Length() * sizeof(unsigned short)) == 0;
+  }
+  static uint32_t HashUnits(const unsigned short* units, unsigned int length) noexcept;
   // Makes a string of `length` units whose text the caller writes through
   // the returned pointer (room for length + 1 units; the NUL is written).
   static unsigned short* PrepareUnits(CVString& out, unsigned int length);
@@ -138,24 +166,40 @@ class CVString {
   }
   void ReleaseRep() noexcept;
   void AssignLatin1(const char* text, size_t length);
-  // A long text's block pointer is kept in the first bytes of m_inline, so
-  // the object stays 32 bytes (vtable pointer, 20 bytes of text, length).
+  // Invariants:
+  //  (1) HasRep() iff the text lives in a Rep; then the block pointer is kept
+  //      in the first bytes of m_inline, so the object stays 32 bytes (vtable
+  //      pointer, 20 bytes of text, length).
+  //  (2) Only permanent strings hold a text of at most kInlineCapacity units
+  //      in a Rep (and a bundle's copy of a key, FromKeyRep); every other
+  //      short text is inline.
+  //  (3) After the block pointer, a string with a Rep keeps a hash, nonzero
+  //      iff the block is permanent (computed once, when the block was made).
+  static constexpr unsigned int kRepBit = 0x80000000u;
+  static constexpr int kHashSlot = 4;
+  bool HasRep() const { return (m_len & kRepBit) != 0; }
+  unsigned int Length() const { return m_len & ~kRepBit; }
   Rep* GetRep() const {
     Rep* rep;
     std::memcpy(&rep, m_inline, sizeof(rep));
     return rep;
   }
-  // A long text keeps, after its block pointer, its hash (0: not computed;
-  // only permanent strings compute it ahead).
-  static constexpr int kHashSlot = 4;
-  void SetRep(Rep* rep) {
+  uint32_t CachedHash() const {
+    if (!HasRep()) return 0;
+    uint32_t cached;
+    std::memcpy(&cached, m_inline + kHashSlot, sizeof(cached));
+    return cached;
+  }
+  // Points the string at `rep` holding `length` units (the hash slot
+  // cleared: not permanent).
+  void SetRep(const Rep* rep, unsigned int length) {
     std::memset(m_inline, 0, sizeof(m_inline));
     std::memcpy(m_inline, &rep, sizeof(rep));
+    m_len = length | kRepBit;
   }
-  uint32_t ComputeHash() const;
 
   unsigned short m_inline[kInlineCapacity + 1];  // text and NUL, or the Rep*
-  unsigned int m_len;  // length in code units; > kInlineCapacity means a Rep
+  unsigned int m_len;  // length in code units, with kRepBit when in a Rep
 };
 
 // The int value of the decimal number at the start of a UTF-16 text, as atoi

@@ -33,6 +33,7 @@ class CVDiagnostics {
   enum Severity {
     kRefused,  // the operation refused its answer or record here
     kSkipped,  // a member or list element was left out
+    kWarning,  // accepted, but worth saying (poiparse: a text that is not strict JSON)
   };
 
   struct Report {
@@ -58,7 +59,7 @@ class CVDiagnostics {
   std::vector<Resolved> Resolve(const cJSON* root) const;
 
   static const char* SeverityName(Severity severity) {
-    return severity == kRefused ? "refused" : "skipped";
+    return severity == kRefused ? "refused" : severity == kSkipped ? "skipped" : "warning";
   }
 
  private:

@@ -6,9 +6,9 @@
 // holding only values the answer gives.
 //
 // This file is its own test program (tests/CMakeLists.txt): it replaces the
-// global operator new and delete with counting, armable ones, and makes the
-// block heap take every string and bundle block from operator new, so that
-// each of them is a failure point.
+// global operator new and delete with counting, armable ones; every string
+// and bundle block comes from operator new, so each of them is a failure
+// point.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "foundation/BlockHeap.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -59,7 +58,6 @@ struct Injector {
 
 Injector g_new;   // the global operator new
 Injector g_cvmem; // CVMem::Allocate
-const bool g_every_block_from_new = _quarn_vi::CVBlockHeap::TakeEveryBlockFromOperatorNew();
 
 void* CountedNew(std::size_t size) {
   if (g_new.Fails()) throw std::bad_alloc();
@@ -263,7 +261,6 @@ SweepCount Sweep(const ExampleOp& target, cJSON* node, Injector& injector, bool 
 class AllocFailure : public ::testing::TestWithParam<ExampleOp> {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(g_every_block_from_new);
     _quarn_vi::CVMemHooks hooks{CVMemAllocate, CVMemDeallocate, nullptr};
     _quarn_vi::CVMem::SetHooks(&hooks);
   }

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "foundation/BlockHeap.h"
 #include "foundation/VMem.h"
 #include "json_readers/Diagnostics.h"
 
@@ -84,8 +83,6 @@ Allocations CountAllocations(Op op, cJSON* root) {
                                 return std::malloc(size);
                               },
                               [](void* block, void*) { std::free(block); }, nullptr};
-  // The bundle's blocks then come from a new chunk, whatever ran before.
-  _quarn_vi::CVBlockHeap::ReleaseThreadCache();
   cvmem_blocks = 0;
   g_heap_blocks = 0;
   _quarn_vi::CVMem::SetHooks(&hooks);

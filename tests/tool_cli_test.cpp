@@ -24,10 +24,16 @@ TEST(ToolCli, ErrorsExitTwoWithAMessage) {
     const char* input;
     const char* message;
   } cases[] = {
-      {"", "{\"result\": {\"error\": 0},\n  \"traffic_citys\": [1,]}", "<stdin>:2:23: invalid JSON"},
-      {"", "", "<stdin>:1:1: invalid JSON"},
-      {"", "not json at all", "<stdin>:1:1: invalid JSON"},
-      {"", "{} trailing", "<stdin>:1:4: invalid JSON"},
+      {"", "{\"result\": {\"error\": 0},\n  \"traffic_citys\": [1,]}",
+       "<stdin>:2:23: invalid JSON: unexpected character"},
+      {"", "", "<stdin>:1:1: invalid JSON: empty text"},
+      {"", "not json at all", "<stdin>:1:1: invalid JSON: unexpected character"},
+      {"", "{} trailing", "<stdin>:1:4: invalid JSON: text after the JSON value"},
+      {"--parser cjson", "{} trailing", "<stdin>:1:4: invalid JSON: text after the JSON value"},
+      {"", "{\"a\": \"b\n", "<stdin>:1:7: invalid JSON: unclosed string"},
+      {"--parser cjson", "{\"a\": 1,\n}", "<stdin>:2:1: invalid JSON: member name that is not a string"},
+      {"", "{\"a\": 1,\n}", "<stdin>:2:1: invalid JSON: member name that is not a string"},
+      {"--parser simd", "{}", "--parser takes document or cjson"},
       {"", "{\"a\": 1}", "--kind"},
       {"--kind no-such-kind", "{}", "unknown kind"},
       {"--kind", "{}", "needs a value"},
@@ -40,6 +46,32 @@ TEST(ToolCli, ErrorsExitTwoWithAMessage) {
     EXPECT_EQ(o.status, 2);
     EXPECT_NE(o.err.find(c.message), std::string::npos) << o.err;
     EXPECT_EQ(o.out, "");
+  }
+}
+
+// Both parsers give the same output for every example, and --explain warns
+// at "$" about a text that only cJSON's leniencies accept.
+TEST(ToolCli, BothParsersAgreeAndLenientTextsGetAWarning) {
+  for (const std::string& name : testing_support::ExampleNames()) {
+    SCOPED_TRACE(name);
+    const std::string file = std::string(SOURCE_DIR) + "/examples/" + name + ".json";
+    ToolOutcome document = RunTool("--explain --kind poi_list " + file);
+    ToolOutcome cjson = RunTool("--explain --kind poi_list --parser cjson " + file);
+    EXPECT_EQ(document.out, cjson.out);
+    EXPECT_EQ(document.status, cjson.status);
+    EXPECT_EQ(document.out.find("warning"), std::string::npos);
+  }
+  const std::string lenient = "{\"result\": {\"error\": 0},\n \"traffic_citys\": {\"contents\": [{\"code\": 01}]}}";
+  for (const char* parser : {"document", "cjson"}) {
+    SCOPED_TRACE(parser);
+    ToolOutcome o = RunTool(std::string("--compact --explain --parser ") + parser, lenient);
+    EXPECT_EQ(o.status, 0);
+    EXPECT_NE(o.out.find(R"({"path":"$","severity":"warning","message":"not strict JSON, accepted through )"
+                         R"(cJSON's leniencies: leading zero in a number at line 2, column 42"})"),
+              std::string::npos)
+        << o.out;
+    ToolOutcome quiet = RunTool(std::string("--compact --parser ") + parser, lenient);
+    EXPECT_EQ(quiet.out.find("diagnostics"), std::string::npos);
   }
 }
 

@@ -172,3 +172,45 @@ TEST_F(VArrayTest, AppendingAnElementOfTheSameArrayIsSafe) {
 }
 
 }  // namespace
+
+namespace {
+
+// Capacities after each growth of an array of `count` strings appended one
+// by one, and whether every element kept its text.
+std::vector<int> AppendStrings(int count, bool* intact) {
+  Strings a;
+  std::vector<int> capacities;
+  for (int i = 0; i < count; ++i) {
+    CVString s(("string number " + std::to_string(i)).c_str());
+    int before = a.m_nMaxSize;
+    a.SetAtGrow(a.m_nSize, s);
+    if (a.m_nMaxSize != before) capacities.push_back(a.m_nMaxSize);
+  }
+  *intact = a.m_nSize == count;
+  for (int i = 0; i < a.m_nSize && *intact; ++i) {
+    *intact = a.m_pData[i] == CVString(("string number " + std::to_string(i)).c_str());
+  }
+  return capacities;
+}
+
+}  // namespace
+
+// Without hooks a growth moves the block with realloc: the capacities and the
+// elements are those of the Allocate, copy and Deallocate that hooks see.
+TEST(VArray, GrowthWithoutHooksGivesTheSameCapacitiesAndElements) {
+  constexpr int kCount = 40000;  // well past the 1024-slot step
+  bool intact_with_hooks = false, intact_without = false;
+  std::vector<int> with_hooks;
+  {
+    Recorder recorder;
+    CVMemHooks hooks{Recorder::Allocate, Recorder::Deallocate, &recorder};
+    CVMem::SetHooks(&hooks);
+    with_hooks = AppendStrings(kCount, &intact_with_hooks);
+    CVMem::SetHooks(nullptr);
+    EXPECT_EQ(recorder.requests.size(), with_hooks.size());
+  }
+  const std::vector<int> without = AppendStrings(kCount, &intact_without);
+  EXPECT_TRUE(intact_with_hooks);
+  EXPECT_TRUE(intact_without);
+  EXPECT_EQ(without, with_hooks);
+}

@@ -22,6 +22,7 @@
 
 #include "foundation/BundleJsonWriter.h"
 #include "json_readers/Diagnostics.h"
+#include "json_readers/JsonDocument.h"
 #include "poi_parser/PoiJsonObjParser.h"
 #include "tools/Kinds.h"
 
@@ -43,9 +44,12 @@ const char kUsage[] =
     "                       answer's shape when omitted\n"
     "  --list-kinds         list the answer kinds and exit\n"
     "  --utf8               the answers' texts are UTF-8 (sets the text mode flag)\n"
+    "  --parser P           document (default: simdjson, cJSON for what it refuses)\n"
+    "                       or cjson (cJSON alone); both give the same trees\n"
     "  --explain            add to each answer a \"diagnostics\" array: where it was\n"
     "                       refused and which members or elements were skipped,\n"
-    "                       as {\"path\", \"severity\": \"refused\"|\"skipped\", \"message\"}\n"
+    "                       as {\"path\", \"severity\": \"refused\"|\"skipped\", \"message\"};\n"
+    "                       a text that is not strict JSON gets a \"warning\" at \"$\"\n"
     "  --compact            one line per answer\n"
     "  --color WHEN         auto (default: on a terminal), always or never\n"
     "  --jsonl              one answer per input line; one compact line each\n"
@@ -59,6 +63,7 @@ const char kUsage[] =
 struct Options {
   const poiparse::AnswerKind* kind = nullptr;
   bool utf8 = false;
+  bool use_cjson = false;  // --parser cjson
   bool explain = false;
   bool compact = false;
   bool color = false;
@@ -81,8 +86,6 @@ struct Outcome {
   int status = kExitAccepted;
   bool invalid_json = false;
 };
-
-using TreePtr = std::unique_ptr<cJSON, void (*)(cJSON*)>;
 
 bool ReadAll(const std::string& path, std::string* text, std::string* error) {
   FILE* f = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
@@ -116,21 +119,51 @@ void LineColumn(const char* text, size_t size, size_t offset, size_t first_line,
   }
 }
 
-// Parses one JSON document; on failure returns null and sets *error_offset
-// to where the text stops being JSON.
-TreePtr ParseJson(const char* text, size_t size, size_t* error_offset) {
-  // cJSON wants a NUL right after the document to reject trailing garbage.
+// A parsed answer text: the root (null when the text is not JSON) and, when
+// the text was accepted but is not strict JSON, where and why.
+struct ParsedText {
+  cJSON* root = nullptr;
+  size_t error_offset = 0;        // refused: where the text stops being JSON
+  const char* error = "";         // refused: why
+  const char* leniency = nullptr;  // accepted but not strict: why
+  size_t leniency_offset = 0;
+};
+
+// Parses one JSON text with this thread's document, or with cJSON alone
+// (--parser cjson; the tree is then kept in *cjson_tree). Both give the same
+// tree by the document's contract; leniencies are looked for only when
+// `explain` asks for them.
+ParsedText ParseJson(const char* text, size_t size, bool use_cjson, bool explain,
+                     std::unique_ptr<cJSON, void (*)(cJSON*)>* cjson_tree) {
+  ParsedText parsed;
+  if (!use_cjson) {
+    // One document per thread, reused from answer to answer: the tree lives
+    // until this thread parses the next answer.
+    static thread_local _quarn_vi::CJsonDocument document;
+    parsed.root = document.Parse(text, size);
+    if (parsed.root == nullptr) {
+      parsed.error_offset = document.ErrorOffset();
+      parsed.error = document.ErrorMessage();
+    } else if (explain && !document.IsStrict()) {
+      parsed.leniency = document.LeniencyMessage();
+      parsed.leniency_offset = document.LeniencyOffset();
+    }
+    return parsed;
+  }
+  // cJSON wants a NUL right after the text to reject trailing garbage.
   std::string copy(text, size);
   const char* end = nullptr;
-  cJSON* root = cJSON_ParseWithLengthOpts(copy.c_str(), size + 1, &end, 1);
+  cjson_tree->reset(cJSON_ParseWithLengthOpts(copy.c_str(), size + 1, &end, 1));
   size_t stop = end != nullptr ? static_cast<size_t>(end - copy.c_str()) : 0;
-  if (root != nullptr && stop < size) {
-    // cJSON stops at an embedded NUL byte; what follows is not JSON.
-    cJSON_Delete(root);
-    root = nullptr;
+  if (*cjson_tree != nullptr && stop < size) cjson_tree->reset();  // cJSON stopped at a NUL byte
+  parsed.root = cjson_tree->get();
+  if (parsed.root == nullptr) {
+    parsed.error_offset = stop;
+    parsed.error = _quarn_vi::CJsonDocument::DescribeRefusal(text, size, &parsed.error_offset);
+  } else if (explain) {
+    parsed.leniency = _quarn_vi::CJsonDocument::FindLeniency(text, size, &parsed.leniency_offset);
   }
-  if (root == nullptr) *error_offset = stop;
-  return TreePtr(root, cJSON_Delete);
+  return parsed;
 }
 
 using Diagnostics = std::vector<_quarn_vi::CVDiagnostics::Resolved>;
@@ -197,18 +230,20 @@ void WriteResult(const poiparse::AnswerKind& kind, int result, const _quarn_vi::
 // would clear the flag under the other threads' feet.
 Outcome Process(const Job& job, const Options& options) {
   Outcome outcome;
-  size_t error_offset = 0;
-  TreePtr root = ParseJson(job.text, job.size, &error_offset);
-  if (!root) {
+  std::unique_ptr<cJSON, void (*)(cJSON*)> cjson_tree(nullptr, cJSON_Delete);
+  const ParsedText parsed = ParseJson(job.text, job.size, options.use_cjson, options.explain, &cjson_tree);
+  cJSON* root = parsed.root;
+  if (root == nullptr) {
     size_t line, column;
-    LineColumn(job.text, job.size, error_offset, job.line, &line, &column);
-    outcome.err = job.name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": invalid JSON\n";
+    LineColumn(job.text, job.size, parsed.error_offset, job.line, &line, &column);
+    outcome.err = job.name + ":" + std::to_string(line) + ":" + std::to_string(column) +
+                  ": invalid JSON: " + parsed.error + "\n";
     outcome.status = kExitError;
     outcome.invalid_json = true;
     return outcome;
   }
   const poiparse::AnswerKind* kind = options.kind;
-  if (kind == nullptr) kind = poiparse::DetectKind(root.get());
+  if (kind == nullptr) kind = poiparse::DetectKind(root);
   if (kind == nullptr) {
     std::string where = options.jsonl ? job.name + ":" + std::to_string(job.line) : job.name;
     outcome.err = "poiparse: " + where +
@@ -219,7 +254,15 @@ Outcome Process(const Job& job, const Options& options) {
   auto parse = options.utf8 && kind->parse_utf8 != nullptr ? kind->parse_utf8 : kind->parse;
   _quarn_vi::CVBundle bundle;
   Diagnostics diagnostics;
-  int result = ParseExplained(*kind, parse, root.get(), bundle, options.explain ? &diagnostics : nullptr);
+  int result = ParseExplained(*kind, parse, root, bundle, options.explain ? &diagnostics : nullptr);
+  if (parsed.leniency != nullptr) {
+    size_t line, column;
+    LineColumn(job.text, job.size, parsed.leniency_offset, job.line, &line, &column);
+    diagnostics.insert(diagnostics.begin(),
+                       {"$", _quarn_vi::CVDiagnostics::kWarning,
+                        std::string("not strict JSON, accepted through cJSON's leniencies: ") + parsed.leniency +
+                            " at line " + std::to_string(line) + ", column " + std::to_string(column)});
+  }
   WriteResult(*kind, result, bundle, options.explain ? &diagnostics : nullptr, options, outcome.out);
   outcome.status = result == 1 ? kExitAccepted : kExitRefused;
   return outcome;
@@ -373,6 +416,14 @@ int ParseArgs(int argc, char** argv, Options* options) {
       return kExitAccepted;
     } else if (arg == "--utf8") {
       options->utf8 = true;
+    } else if (arg == "--parser") {
+      std::string parser;
+      if (!take_value(&parser)) return kExitError;
+      if (parser != "document" && parser != "cjson") {
+        std::cerr << "poiparse: --parser takes document or cjson\n";
+        return kExitError;
+      }
+      options->use_cjson = parser == "cjson";
     } else if (arg == "--explain") {
       options->explain = true;
     } else if (arg == "--compact") {

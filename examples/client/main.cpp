@@ -1,6 +1,7 @@
 // A client of the parser library: reads a search service answer from the
-// file named on the command line, parses it with cJSON, hands the tree to
-// one entry operation and prints a few keys of the result bundle.
+// file named on the command line, parses it with the library's JSON
+// document (simdjson, or cJSON alone, as the library was built), hands the
+// tree to one entry operation and prints a few keys of the result bundle.
 //
 //   poiclient ANSWER.json
 //
@@ -13,6 +14,7 @@
 #include <sstream>
 #include <string>
 
+#include "json_readers/JsonDocument.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 using _quarn_framework::CPoiJsonObjParser;
@@ -31,9 +33,12 @@ int main(int argc, char** argv) {
     std::cerr << "poiclient: cannot read " << argv[1] << "\n";
     return 2;
   }
-  cJSON* root = cJSON_Parse(text.str().c_str());
+  const std::string json = text.str();
+  _quarn_vi::CJsonDocument document;  // owns the tree
+  cJSON* root = document.Parse(json.data(), json.size());
   if (root == nullptr) {
-    std::cerr << "poiclient: " << argv[1] << " is not JSON\n";
+    std::cerr << "poiclient: " << argv[1] << " is not JSON: " << document.ErrorMessage() << " at byte "
+              << document.ErrorOffset() << "\n";
     return 2;
   }
 
@@ -52,6 +57,5 @@ int main(int argc, char** argv) {
     std::cout << "first distance=" << first.GetInt(CVString("distance")) << "\n";
   }
 
-  cJSON_Delete(root);  // the bundle holds copies; the tree may go now
   return result == 1 ? 0 : 1;
 }

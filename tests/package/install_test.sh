@@ -3,9 +3,13 @@
 # against it twice: with CMake's find_package and with pkg-config. Both
 # clients must parse examples/poi_list.json and print the expected keys.
 #
-#   install_test.sh SOURCE_DIR
+#   install_test.sh SOURCE_DIR [WITH_SIMDJSON]
+#
+# WITH_SIMDJSON (ON, the default, or OFF) is passed on as
+# POIPARSER_WITH_SIMDJSON: with ON, both package files must carry simdjson.
 set -eu
 src=$(cd "$1" && pwd)
+with_simdjson=${2:-ON}
 jobs=2
 work=$(mktemp -d "${TMPDIR:-/tmp}/poiparser-package.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -20,7 +24,7 @@ fail() {
 
 # A separate Release copy without sanitizers, so that plain clients link.
 cmake -S "$src" -B "$work/build" -DCMAKE_BUILD_TYPE=Release \
-  -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
+  -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= -DPOIPARSER_WITH_SIMDJSON="$with_simdjson" >/dev/null
 cmake --build "$work/build" --target poiparser -j "$jobs" >/dev/null
 cmake --install "$work/build" --prefix "$prefix" >/dev/null
 
@@ -52,6 +56,10 @@ check_output "$work/client/poiclient"
 # 2. pkg-config: a static library's users need cJSON at link time (--static).
 flags=$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs --static poiparser)
 case "$flags" in *-lcjson*) ;; *) fail "pkg-config --static gives no -lcjson: $flags" ;; esac
+case "$with_simdjson:$flags" in
+  ON:*-lsimdjson* | OFF:*) ;;
+  *) fail "pkg-config --static gives no -lsimdjson: $flags" ;;
+esac
 # shellcheck disable=SC2086  # the flags are words
 ${CXX:-g++} -std=c++17 -o "$work/poiclient-pc" "$src/examples/client/main.cpp" $flags
 check_output "$work/poiclient-pc"
