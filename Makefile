@@ -130,7 +130,8 @@ fuzz-corpus: build-fuzz
 #      poiparse gives byte for byte the native output (tests/golden) on every
 #      example answer. The package test (label `package`) is left out: it
 #      installs and builds a native client.
-# CROSS_OPTIONS_ARCH adds CMake options to one architecture's build.
+# CROSS_OPTIONS_ARCH adds CMake options to one architecture's build, e.g.
+# make test-armhf CROSS_OPTIONS_armhf=-DPOIPARSER_WITH_SIMDJSON=OFF.
 TRIPLE_arm64 := aarch64-linux-gnu
 TRIPLE_armhf := arm-linux-gnueabihf
 CROSS_OPTIONS_arm64 ?=
