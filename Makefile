@@ -131,7 +131,8 @@ fuzz-corpus: build-fuzz
 #      example answer. The package test (label `package`) is left out: it
 #      installs and builds a native client.
 # CROSS_OPTIONS_ARCH adds CMake options to one architecture's build, e.g.
-# make test-armhf CROSS_OPTIONS_armhf=-DPOIPARSER_WITH_SIMDJSON=OFF.
+# make test-armhf CROSS_OPTIONS_armhf=-DPOIPARSER_WITH_SIMDJSON=OFF (they stay in
+# build/ARCH's CMake cache until it is removed).
 TRIPLE_arm64 := aarch64-linux-gnu
 TRIPLE_armhf := arm-linux-gnueabihf
 CROSS_OPTIONS_arm64 ?=
