@@ -105,6 +105,12 @@ CVString::CVString(const char* text, Permanent) : CVString(text) {
   std::memcpy(m_inline + kHashSlot, &hash, sizeof(hash));
 }
 
+void CVString::DiscardPermanent() noexcept {
+  if (m_len > kInlineCapacity) ::operator delete(GetRep());
+  m_len = 0;
+  m_inline[0] = 0;
+}
+
 uint32_t CVString::ComputeHash() const {
   uint32_t n = m_len;
   if (n == 0) return 0x9E3779B9u;

@@ -41,6 +41,11 @@ class CVString {
   CVString() noexcept : m_len(0) { m_inline[0] = 0; }
   CVString(const char* text);  // NOLINT: implicit, as keys are made from literals
   CVString(const char* text, Permanent);
+  // Undoes CVString(text, Permanent()): frees the block of a permanent string
+  // and leaves it empty. For a constructor that fails after making some of
+  // its permanent strings. REQUIRES: the string made with Permanent and
+  // never copied.
+  void DiscardPermanent() noexcept;
   CVString(const unsigned short* units, int length);
   CVString(const CVString& other) noexcept : m_len(other.m_len) {
     std::memcpy(m_inline, other.m_inline, sizeof(m_inline));

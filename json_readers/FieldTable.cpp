@@ -3,6 +3,7 @@
 #include "json_readers/Diagnostics.h"
 
 #include <cassert>
+#include <memory>
 #include <utility>
 
 namespace _quarn_framework {
@@ -29,11 +30,19 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
       m_maxKeys(0),
       m_members(MemberNames(rows, count).data(), count) {
   assert(count <= kMaxRows);
-  m_keys = new CVString[static_cast<size_t>(count)];
-  for (int i = 0; i < count; ++i) {
-    m_keys[i] = CVString(rows[i].key, CVString::Permanent());
-    m_maxKeys += rows[i].max_keys;
+  // A table is built on first use, where an allocation may fail; the static
+  // is then built again on the next call. So a failure part-way gives back
+  // the key array and the permanent blocks made so far.
+  std::unique_ptr<CVString[]> keys(new CVString[static_cast<size_t>(count)]);
+  int made = 0;
+  try {
+    for (; made < count; ++made) keys[made] = CVString(rows[made].key, CVString::Permanent());
+  } catch (...) {
+    for (int i = 0; i < made; ++i) keys[i].DiscardPermanent();
+    throw;
   }
+  for (int i = 0; i < count; ++i) m_maxKeys += rows[i].max_keys;
+  m_keys = keys.release();
 }
 
 void FieldTable::Read(cJSON* object, CVBundle& out) const {
