@@ -3,14 +3,16 @@
 #   make test   installs what is missing, builds, and runs the test suite
 #   make install PREFIX=DIR   builds a Release copy and installs the library
 #   make bench  builds the benchmarks in Release and prints their table
-#   make check  the test suite under ASan+UBSan (make test), the concurrency
-#               test under ThreadSanitizer and a fuzz smoke run (60 s)
+#   make check  the test suite under ASan+UBSan (make test), once more built
+#               at -O2 with assertions on (check-o2), the concurrency test
+#               under ThreadSanitizer and a fuzz smoke run (60 s)
 #   make fuzz SECONDS=N   runs the fuzz targets for N seconds each
 JOBS ?= 2
 RELEASE_DIR := build/release
 TEST_DIR := build/test
 BENCH_DIR := build/bench
 TSAN_DIR := build/tsan
+CHECK_O2_DIR := build/check-o2
 FUZZ_DIR := build/fuzz
 BUILD_PACKAGES := cmake g++ make libcjson-dev pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
@@ -24,7 +26,7 @@ SECONDS ?= 60
 EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
-.PHONY: run test bench deps deps-test build build-test install clean check check-tsan \
+.PHONY: run test bench deps deps-test build build-test install clean check check-tsan check-o2 \
 	build-fuzz fuzz fuzz-corpus
 
 # Each example is read with the arguments in examples/NAME.args, if any.
@@ -70,7 +72,17 @@ check:
 	@scripts/install-deps.sh $(CHECK_PACKAGES)
 	$(MAKE) --no-print-directory check-tsan
 	$(MAKE) --no-print-directory fuzz SECONDS=60
+	$(MAKE) --no-print-directory check-o2
 	$(MAKE) --no-print-directory test
+
+# The suite built as an optimised client build is (-O2, no debug information)
+# but with assertions on, under ASan+UBSan: faults that only the optimiser
+# exposes show here. The install test is left to make test.
+check-o2: deps-test
+	cmake -S . -B $(CHECK_O2_DIR) -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE=-O2 \
+	  -DPOIPARSER_SANITIZE=address,undefined >/dev/null
+	cmake --build $(CHECK_O2_DIR) -j $(JOBS)
+	cd $(CHECK_O2_DIR) && ctest --output-on-failure -j $(JOBS) -LE package
 
 # The concurrency test alone, built with g++ under ThreadSanitizer.
 check-tsan: deps-test
@@ -84,9 +96,9 @@ build-fuzz:
 	@scripts/install-deps.sh $(FUZZ_PACKAGES)
 	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=$(FUZZ_CXX) \
 	  -DPOIPARSER_FUZZ=ON -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
-	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer tree_fuzzer
 
-# Both targets at once, SECONDS each; new inputs stay in build/fuzz/corpus.
+# The targets at once, SECONDS each; new inputs stay in build/fuzz/corpus.
 fuzz: build-fuzz
 	fuzz/run.sh $(FUZZ_DIR) $(SECONDS)
 
