@@ -3,9 +3,10 @@
 #   make test   installs what is missing, builds, and runs the test suite
 #   make install PREFIX=DIR   builds a Release copy and installs the library
 #   make bench  builds the benchmarks in Release and prints their table
-#   make check  the test suite under ASan+UBSan (make test), the concurrency
-#               test under ThreadSanitizer, a fuzz smoke run (60 s) and the
-#               suite built on cJSON alone (make test-cjson-only)
+#   make check  the test suite under ASan+UBSan (make test), once more built
+#               at -O2 under ASan alone with assertions on (check-o2), the
+#               concurrency test under ThreadSanitizer, a fuzz smoke run
+#               (60 s) and the suite built on cJSON alone (test-cjson-only)
 #   make test-cjson-only  the test suite of a build without simdjson
 #               (POIPARSER_WITH_SIMDJSON=OFF)
 #   make fuzz SECONDS=N   runs the fuzz targets for N seconds each
@@ -17,6 +18,7 @@ TEST_DIR := build/test
 BENCH_DIR := build/bench
 TSAN_DIR := build/tsan
 CJSON_ONLY_DIR := build/test-cjson-only
+CHECK_O2_DIR := build/check-o2
 FUZZ_DIR := build/fuzz
 BUILD_PACKAGES := cmake g++ make libcjson-dev libsimdjson-dev pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
@@ -30,7 +32,8 @@ SECONDS ?= 60
 EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
-.PHONY: run test bench deps deps-test build build-test install clean check check-tsan test-cjson-only \
+.PHONY: run test bench deps deps-test build build-test install clean check check-tsan check-o2 \
+	test-cjson-only \
 	build-fuzz fuzz fuzz-corpus test-arm64 test-armhf
 
 # Each example is read with the arguments in examples/NAME.args, if any.
@@ -76,8 +79,21 @@ check:
 	@scripts/install-deps.sh $(CHECK_PACKAGES)
 	$(MAKE) --no-print-directory check-tsan
 	$(MAKE) --no-print-directory fuzz SECONDS=60
+	$(MAKE) --no-print-directory check-o2
 	$(MAKE) --no-print-directory test-cjson-only
 	$(MAKE) --no-print-directory test
+
+# The suite built as an optimised client build is (-O2, no debug information)
+# but with assertions on, under AddressSanitizer alone: faults that only the
+# optimiser exposes show here. UBSan is left out on purpose: its checks keep
+# stores that -O2 would otherwise remove (such as stores into an object after
+# its destructor), which is what hid a thread-exit use after free from the
+# ASan+UBSan build of make test. The install test is left to make test.
+check-o2: deps-test
+	cmake -S . -B $(CHECK_O2_DIR) -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE=-O2 \
+	  -DPOIPARSER_SANITIZE=address >/dev/null
+	cmake --build $(CHECK_O2_DIR) -j $(JOBS)
+	cd $(CHECK_O2_DIR) && ctest --output-on-failure -j $(JOBS) -LE package
 
 # The concurrency test alone, built with g++ under ThreadSanitizer.
 check-tsan: deps-test
@@ -99,7 +115,7 @@ build-fuzz:
 	@scripts/install-deps.sh $(FUZZ_PACKAGES)
 	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=$(FUZZ_CXX) \
 	  -DPOIPARSER_FUZZ=ON -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
-	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer document_fuzzer
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target answer_fuzzer text_fuzzer document_fuzzer tree_fuzzer
 
 # Every target at once, SECONDS each; new inputs stay in build/fuzz/corpus.
 fuzz: build-fuzz

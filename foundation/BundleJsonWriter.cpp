@@ -154,41 +154,71 @@ void CVJsonWriter::StringUtf8(const std::string& utf8) {
   String(CVCMMap::Utf8ToUnicode(utf8.data(), static_cast<unsigned int>(utf8.size())));
 }
 
-void CVJsonWriter::Bundle(const CVBundle& bundle) {
-  BeginObject();
-  for (int i = 0, n = bundle.GetCount(); i < n; ++i) {
-    Key(bundle.GetKeyAt(i));
-    switch (bundle.GetTypeAt(i)) {
+void CVJsonWriter::Bundle(const CVBundle& bundle) { Nested(&bundle, nullptr); }
+
+void CVJsonWriter::BundleArray(const CVBundle::BundleArray& array) { Nested(nullptr, &array); }
+
+// Bundles and arrays of bundles nest as deep as a client makes them, so the
+// walk keeps its own stack (on the heap) instead of recursing.
+void CVJsonWriter::Nested(const CVBundle* bundle, const CVBundle::BundleArray* array) {
+  struct Frame {
+    const CVBundle* bundle;             // an object being written, or
+    const CVBundle::BundleArray* array;  // an array being written
+    int next;                           // its next entry or element
+  };
+  std::vector<Frame> stack;
+  auto open = [&](const CVBundle* b, const CVBundle::BundleArray* a) {
+    if (b != nullptr) {
+      BeginObject();
+    } else {
+      BeginArray();
+    }
+    stack.push_back(Frame{b, a, 0});
+  };
+  open(bundle, array);
+  while (!stack.empty()) {
+    Frame& top = stack.back();
+    if (top.array != nullptr) {
+      if (top.next == top.array->m_nSize) {
+        stack.pop_back();
+        EndArray();
+      } else {
+        open(&top.array->m_pData[top.next++], nullptr);  // `top` is not used after
+      }
+      continue;
+    }
+    const CVBundle& b = *top.bundle;
+    if (top.next == b.GetCount()) {
+      stack.pop_back();
+      EndObject();
+      continue;
+    }
+    const int i = top.next++;
+    Key(b.GetKeyAt(i));
+    switch (b.GetTypeAt(i)) {
       case CVBundle::kInt:
-        Int(bundle.GetIntAt(i));
+        Int(b.GetIntAt(i));
         break;
       case CVBundle::kBool:
-        Bool(bundle.GetIntAt(i) != 0);
+        Bool(b.GetIntAt(i) != 0);
         break;
       case CVBundle::kDouble:
-        Double(bundle.GetDoubleAt(i));
+        Double(b.GetDoubleAt(i));
         break;
       case CVBundle::kString:
-        String(bundle.GetStringAt(i));
+        String(b.GetStringAt(i));
         break;
       case CVBundle::kBundle:
-        Bundle(bundle.GetBundleAt(i));
+        open(&b.GetBundleAt(i), nullptr);
         break;
       case CVBundle::kBundleArray:
-        BundleArray(bundle.GetBundleArrayAt(i));
+        open(nullptr, &b.GetBundleArrayAt(i));
         break;
       case CVBundle::kStringArray:
-        StringArray(bundle.GetStringArrayAt(i));
+        StringArray(b.GetStringArrayAt(i));
         break;
     }
   }
-  EndObject();
-}
-
-void CVJsonWriter::BundleArray(const CVBundle::BundleArray& array) {
-  BeginArray();
-  for (int i = 0; i < array.m_nSize; ++i) Bundle(array.m_pData[i]);
-  EndArray();
 }
 
 void CVJsonWriter::StringArray(const CVBundle::StringArray& array) {

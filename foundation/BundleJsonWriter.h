@@ -4,7 +4,8 @@
 // double -> a number that always shows a fraction or an exponent (1.0, -0.5,
 // 1e+20; a non-finite double, which JSON cannot hold, -> null); string ->
 // JSON string in UTF-8, a lone surrogate written as a \uD800-style escape;
-// bundle -> object; arrays -> arrays. Pretty-printed with a two-space indent,
+// bundle -> object; arrays -> arrays. Nesting of any depth is written
+// without recursion (the walk's stack is on the heap). Pretty-printed with a two-space indent,
 // or compact on one line; optionally coloured with ANSI escapes as jq does.
 //
 // Thread safety: a writer belongs to one thread; separate writers are
@@ -51,6 +52,9 @@ class CVJsonWriter {
   void Newline();
   void Colored(const char* color, const std::string& text);
   void QuotedUtf16(const unsigned short* units, size_t n);
+  // Writes one bundle (an object) or one array of bundles, and everything
+  // nested in it, without recursion.
+  void Nested(const CVBundle* bundle, const CVBundle::BundleArray* array);
 
   std::string& m_out;
   Options m_options;

@@ -12,7 +12,7 @@ set -eu
 build=$1
 seconds=$2
 src=$(cd "$(dirname "$0")/.." && pwd)
-targets="answer text document"
+targets="answer text document tree"
 
 symbolizer=/usr/lib/llvm-14/bin/llvm-symbolizer
 if [ -x "$symbolizer" ]; then

@@ -81,8 +81,9 @@ void CheckTel(const std::string& text) {
   }
 }
 
-// Integers: _wtoi reads as strtol does, saturated to int32; the JSON integer
-// reader takes a string only when all of it is one integer within int32.
+// Integers: _wtoi and LeadingDecimalInt read as strtol does, saturated to
+// int32; the JSON integer reader takes a string only when all of it is one
+// integer within int32.
 void CheckIntegers(cJSON* node, const std::string& text) {
   errno = 0;
   char* end = nullptr;
@@ -90,6 +91,10 @@ void CheckIntegers(cJSON* node, const std::string& text) {
   const long long saturated = value > INT_MAX ? INT_MAX : value < INT_MIN ? INT_MIN : value;
   const CVString wide(text.c_str());
   Check(_quarn_vi::_wtoi(wide.Data()) == saturated, "_wtoi reads as strtol, saturated");
+  bool digits = false;
+  Check(_quarn_vi::LeadingDecimalInt(text.c_str(), &digits) == saturated,
+        "LeadingDecimalInt reads as strtol, saturated");
+  Check(digits == (end != text.c_str()), "LeadingDecimalInt finds digits where strtol does");
   int read = 0;
   if (_quarn_vi::JsonReadInt(node, &read)) {
     Check(end != text.c_str() && errno == 0 && value == read, "an integer text is read whole");

@@ -36,24 +36,53 @@ void AppendMember(std::string& path, const char* name) {
   path += "']";
 }
 
-// Records the paths of the nodes in `wanted` found under `node`.
-void FindPaths(const cJSON* node, std::string& path, const std::unordered_set<const cJSON*>& wanted,
+// Records the paths of the nodes in `wanted` found under `root`, each the
+// first path in document order. The walk is iterative, with an explicit
+// stack as deep as the tree: a tree built through cJSON's API has no depth
+// limit (its parser stops at 1000 levels). A container is entered once, so
+// a subtree shared by several parents (possible through the API) is walked
+// once, under its first path, and a cycle ends the walk of its branch.
+void FindPaths(const cJSON* root, const std::unordered_set<const cJSON*>& wanted,
                std::unordered_map<const cJSON*, std::string>& found) {
-  if (wanted.count(node) != 0) found.emplace(node, path);
-  if (found.size() == wanted.size()) return;
-  int code = JsonTypeCode(node);
-  if (code != cJSON_Object && code != cJSON_Array) return;
-  int index = 0;
-  for (const cJSON* child = node->child; child != nullptr; child = child->next, ++index) {
-    size_t length = path.size();
-    if (code == cJSON_Object) {
-      AppendMember(path, child->string);
-    } else {
-      path += '[' + std::to_string(index) + ']';
-    }
-    FindPaths(child, path, wanted, found);
-    path.resize(length);
+  struct Level {
+    const cJSON* next;  // the next child to visit
+    int index;          // its index
+    size_t length;      // the length of the container's path
+    bool object;
+  };
+  std::vector<Level> stack;
+  std::unordered_set<const cJSON*> entered;
+  std::string path = "$";
+  const cJSON* node = root;
+  for (;;) {
+    // Visit `node`, whose path is `path`.
+    if (wanted.count(node) != 0) found.emplace(node, path);
     if (found.size() == wanted.size()) return;
+    const int code = JsonTypeCode(node);
+    if ((code == cJSON_Object || code == cJSON_Array) && node->child != nullptr &&
+        entered.insert(node).second) {
+      stack.push_back(Level{node->child, 0, path.size(), code == cJSON_Object});
+    }
+    // The next node: the next child of the innermost container left.
+    node = nullptr;
+    while (!stack.empty()) {
+      Level& top = stack.back();
+      if (top.next == nullptr) {
+        stack.pop_back();
+        continue;
+      }
+      node = top.next;
+      path.resize(top.length);
+      if (top.object) {
+        AppendMember(path, node->string);
+      } else {
+        path += '[' + std::to_string(top.index) + ']';
+      }
+      top.next = node->next;
+      ++top.index;
+      break;
+    }
+    if (node == nullptr) return;
   }
 }
 
@@ -65,9 +94,7 @@ std::vector<CVDiagnostics::Resolved> CVDiagnostics::Resolve(const cJSON* root) c
   wanted.erase(nullptr);
   std::unordered_map<const cJSON*, std::string> found;
   if (root != nullptr && !wanted.empty()) {
-    // The recursion is as deep as the tree, which cJSON bounds.
-    std::string path = "$";
-    FindPaths(root, path, wanted, found);
+    FindPaths(root, wanted, found);
   }
   std::vector<Resolved> resolved;
   resolved.reserve(m_reports.size());

@@ -3,6 +3,7 @@
 #include "json_readers/Diagnostics.h"
 
 #include <cassert>
+#include <memory>
 #include <utility>
 
 namespace _quarn_framework {
@@ -29,11 +30,14 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
       m_maxKeys(0),
       m_members(MemberNames(rows, count).data(), count) {
   assert(count <= kMaxRows);
-  m_keys = new CVString[static_cast<size_t>(count)];
-  for (int i = 0; i < count; ++i) {
-    m_keys[i] = CVString(rows[i].key, CVString::Permanent());
-    m_maxKeys += rows[i].max_keys;
-  }
+  // A table is built on first use, where an allocation may fail; the static
+  // is then built again on the next call. So a failure part-way gives back
+  // the key array; the permanent texts made so far stay in the process's
+  // table of permanent texts, where the next build finds them again.
+  std::unique_ptr<CVString[]> keys(new CVString[static_cast<size_t>(count)]);
+  for (int i = 0; i < count; ++i) keys[i] = CVString(rows[i].key, CVString::Permanent());
+  for (int i = 0; i < count; ++i) m_maxKeys += rows[i].max_keys;
+  m_keys = keys.release();
 }
 
 void FieldTable::Read(cJSON* object, CVBundle& out) const {

@@ -132,9 +132,16 @@ bool ParseDecimalInt(const char* text, int* out) {
 }
 
 // The text form of a number: plain decimal for integral values within
-// +-2^53, else the shortest text that reads back the same double.
+// +-2^53, else the shortest text that reads back the same double; "inf" and
+// "-inf" for the infinities (cJSON reads a number beyond the double range,
+// 1e400, as one), "nan" for a NaN of either sign (only a tree built through
+// cJSON's API holds one).
 size_t FormatNumber(double d, char* buf, size_t size) {
   constexpr double kExact = 9007199254740992.0;  // 2^53
+  if (std::isnan(d)) {
+    std::memcpy(buf, "nan", 3);
+    return 3;
+  }
   if (std::isfinite(d) && d == std::trunc(d) && std::fabs(d) <= kExact) {
     auto r = std::to_chars(buf, buf + size, static_cast<long long>(d));
     return static_cast<size_t>(r.ptr - buf);
@@ -267,6 +274,26 @@ bool JsonReadTextToBuffer(const cJSON* value, char* buffer, int size) {
   }
   buffer[o] = 0;
   return true;
+}
+
+int LeadingDecimalInt(const char* text, bool* digits) {
+  if (digits != nullptr) *digits = false;
+  if (text == nullptr) return 0;
+  const char* p = text;
+  while (IsAsciiSpace(static_cast<unsigned char>(*p))) ++p;
+  bool negative = false;
+  if (*p == '+' || *p == '-') negative = (*p++ == '-');
+  if (digits != nullptr) *digits = *p >= '0' && *p <= '9';
+  // Accumulated as a negative number, whose range holds INT_MIN; the digits
+  // past saturation are read and dropped.
+  long long value = 0;
+  for (; *p >= '0' && *p <= '9'; ++p) {
+    if (value > static_cast<long long>(INT_MIN) - 1) value = value * 10 - (*p - '0');
+  }
+  if (!negative) value = -value;
+  if (value > INT_MAX) return INT_MAX;
+  if (value < INT_MIN) return INT_MIN;
+  return static_cast<int>(value);
 }
 
 const char* JsonTypeName(const cJSON* value) {

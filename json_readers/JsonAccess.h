@@ -139,7 +139,9 @@ bool JsonReadBool(const cJSON* value, bool* out);
 // Text: a string (decoded from UTF-8, see CVCMMap::Utf8ToUnicode; a string
 // node without text reads as empty); a number (integral values within
 // +-2^53 in plain decimal, others in the shortest form that reads back the
-// same double); true/false as "true"/"false".
+// same double; a number beyond the double range, such as 1e400, which cJSON
+// reads as an infinity, as "inf" or "-inf"; a NaN, which only a tree built
+// through cJSON's API holds, as "nan"); true/false as "true"/"false".
 bool JsonReadText(const cJSON* value, CVString* out);
 
 // The same text as JsonReadText, as UTF-8 bytes (invalid input bytes become
@@ -153,6 +155,17 @@ bool JsonReadTextToBuffer(const cJSON* value, char* buffer, int size);
 inline const char* JsonStringBytes(const cJSON* value) {
   return IsJsonString(value) ? value->valuestring : nullptr;
 }
+
+// The int value of the decimal number at the start of `text`, read by the
+// C library's atoi rules: leading ASCII white space (space, \t \n \v \f \r),
+// an optional '+' or '-', then digits up to the first other byte. Where atoi
+// is undefined, beyond int32, the value saturates at INT_MIN/INT_MAX
+// ("99999999999999999999" gives INT_MAX, "-2147483649" INT_MIN), as _wtoi
+// does for UTF-16 text. A text without digits there ("", "-", "x1") and a
+// null text give 0. `*digits`, when given, says whether digits were found.
+// For the numeric texts that the answers hold as strings (a coordinate
+// query's level, the indoor flags).
+int LeadingDecimalInt(const char* text, bool* digits = nullptr);
 
 // Writes the JSON name of a node's type ("string", "object", ...); for
 // diagnostics and messages.

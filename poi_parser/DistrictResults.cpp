@@ -92,7 +92,8 @@ int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
 // stored: a node that is not an object, "content" not an array of at least
 // two elements, an element 0 that is not a string, a position without a
 // comma or with an x part too long for the buffer, and an element 1 that is
-// not a string. The numbers are read as atof/atoi read them (C locale).
+// not a string. The position is read as atof reads it (C locale), the level
+// as atoi reads it, saturated beyond int32 (LeadingDecimalInt).
 int CPoiJsonObjParser::ParseEspecialQueryRst(cJSON* node, CVBundle& out) {
   if (!RequireRootObject(node)) return 0;
   cJSON* content = RequireArray(node, "content");
@@ -125,7 +126,7 @@ int CPoiJsonObjParser::ParseEspecialQueryRst(cJSON* node, CVBundle& out) {
   std::memset(x_text + x_length, 0, kPositionBufferSize - x_length);
   out.SetDouble(kXKey, std::atof(x_text));
   out.SetDouble(kYKey, std::atof(comma + 1));
-  out.SetInt(kLevelKey, std::atoi(level));
+  out.SetInt(kLevelKey, _quarn_vi::LeadingDecimalInt(level));
   return 1;
 }
 

@@ -45,23 +45,20 @@ const FieldRow kPageRows[] = {
     CustomField("poi_list", "poi_list", ReadPoiList, 1),
 };
 
-// "twp" that gives no flags: not a string, or a text without a leading
-// number (atoi's reading).
-void ReportUnusableTwp(cJSON* member, const char* text) {
-  if (text == nullptr) return _quarn_vi::diag::SkipMember(member, "a string");
-  char* end = nullptr;
-  std::strtol(text, &end, 10);
-  if (end == text) _quarn_vi::diag::Skip(member, "text without a leading number");
-}
-
 // "twp" is a string holding a number whose three low bits are the flags
 // "t_flag", "w_flag" and "p_flag" (two's-complement bits for a negative
-// number). Anything but a string, and a text without a leading number,
-// gives three false flags; they are always stored.
+// number). The number is read as atoi reads it, saturated beyond int32
+// (LeadingDecimalInt). Anything but a string, and a text without a leading
+// number, gives three false flags; they are always stored.
 void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
   const char* text = _quarn_vi::JsonStringBytes(member);
-  const unsigned bits = text != nullptr ? static_cast<unsigned>(std::atoi(text)) : 0u;
-  if (_quarn_vi::diag::Active()) ReportUnusableTwp(member, text);
+  bool digits = false;
+  const unsigned bits = static_cast<unsigned>(_quarn_vi::LeadingDecimalInt(text, &digits));
+  if (text == nullptr) {
+    _quarn_vi::diag::SkipMember(member, "a string");
+  } else if (!digits && _quarn_vi::diag::Active()) {
+    _quarn_vi::diag::Skip(member, "text without a leading number");
+  }
   out.SetBool(t_key, (bits & 1u) != 0);
   out.SetBool(kWFlagKey, (bits & 2u) != 0);
   out.SetBool(kPFlagKey, (bits & 4u) != 0);

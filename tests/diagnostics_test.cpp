@@ -45,7 +45,7 @@ void* operator new(std::size_t size) {
 }
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-// The chunks of the block heap.
+// Aligned requests too, so that no block escapes the count.
 void* operator new(std::size_t size, std::align_val_t align) {
   CountBlock();
   const std::size_t alignment = static_cast<std::size_t>(align);

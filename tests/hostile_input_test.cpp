@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "TestSupport.h"
+#include "json_readers/Diagnostics.h"
 
 namespace {
 
@@ -255,6 +256,15 @@ TEST(HostileInput, NumbersBeyondInt32) {
        R"({"result":{},"content":[{"geo":"1|1e400,1;"}],"current_city":{"level":1e400}})", 0,
        R"({"current_city":{"level":2147483647}})"},
       {"a status beyond int32", P::ParsePoiIndoorRst, R"({"errNo":1e400})", 1, R"({"errNo":603})"},
+      // Numeric texts read by atoi's rules saturate instead of wrapping.
+      {"a level text beyond int32", P::ParseEspecialQueryRst, R"({"content":["1,2","99999999999999999999"]})",
+       1, R"({"x":1.0,"y":2.0,"level":2147483647})"},
+      {"a level text below int32", P::ParseEspecialQueryRst, R"({"content":["1,2"," -2147483649x"]})", 1,
+       R"({"x":1.0,"y":2.0,"level":-2147483648})"},
+      {"flags beyond int32", P::GetIndoorPoiContentFromJson, R"({"twp":"4294967301"})", 1,
+       R"({"t_flag":true,"w_flag":true,"p_flag":true})"},
+      {"flags below int32", P::GetIndoorPoiContentFromJson, R"({"twp":"-99999999999999999999"})", 1,
+       R"({"t_flag":false,"w_flag":false,"p_flag":false})"},
       {"a status that is only nearly 0", P::ParseCityList, R"({"result":{"error":1e-400},"traffic_citys":{}})",
        1, R"({"current_null":false})"},
   });
@@ -411,6 +421,134 @@ TEST(HostileInput, EveryMemberOfTheWrongType) {
        R"("multi_waypoints":{}}}})",
        1, R"({"hasAddrList":false,"address_info":{"st_count":0,"en_count":0}})"},
   });
+}
+
+// ---- Trees built through cJSON's API ------------------------------------------------
+
+// cJSON's parser stops at 1,000 levels; its API does not. A chain of
+// `levels` containers, objects and arrays in turn ({"d": [{"d": [...]}]}),
+// made and freed without recursion (cJSON_Delete recurses).
+cJSON* Chain(int levels) {
+  cJSON* inner = cJSON_CreateObject();
+  for (int i = 1; i < levels; ++i) {
+    cJSON* outer = i % 2 == 1 ? cJSON_CreateArray() : cJSON_CreateObject();
+    if (i % 2 == 1) {
+      cJSON_AddItemToArray(outer, inner);
+    } else {
+      cJSON_AddItemToObject(outer, "d", inner);
+    }
+    inner = outer;
+  }
+  return inner;
+}
+
+cJSON* Bottom(cJSON* chain) {
+  while (chain->child != nullptr) chain = chain->child;
+  return chain;
+}
+
+void FreeChain(cJSON* node) {
+  while (node != nullptr) {
+    cJSON* child = node->child;
+    cJSON_free(node->string);
+    cJSON_free(node);
+    node = child;
+  }
+}
+
+// Puts `fresh` (in no list) where `old` is among `parent`'s children, under
+// old's name; Put(parent, fresh, old) undoes it.
+void Put(cJSON* parent, cJSON* old, cJSON* fresh) {
+  fresh->string = old->string;
+  fresh->next = old->next;
+  fresh->prev = old->prev == old ? fresh : old->prev;
+  if (parent->child == old) {
+    parent->child = fresh;
+  } else {
+    old->prev->next = fresh;
+  }
+  if (old->next != nullptr) {
+    old->next->prev = fresh;
+  } else if (parent->child != fresh) {
+    parent->child->prev = fresh;
+  }
+  old->string = nullptr;
+  old->next = old->prev = nullptr;
+}
+
+struct Outcome {
+  int result;
+  std::string bundle;
+  std::vector<std::string> reports;
+};
+
+Outcome RunDiagnosed(const testing_support::ExampleOp& example, cJSON* root, cJSON* node) {
+  testing_support::TextModeScope mode(example.utf8);
+  _quarn_vi::CVDiagnostics diagnostics;
+  CVBundle bundle;
+  P::BundleArray array;
+  Outcome outcome;
+  {
+    _quarn_vi::CVDiagnosticsScope scope(diagnostics);
+    outcome.result = example.op != nullptr ? example.op(node, bundle) : example.array_op(node, array);
+  }
+  bundle.SetBundleArray("*", std::move(array));
+  outcome.bundle = testing_support::ToJson(bundle);
+  for (const auto& d : diagnostics.Resolve(root)) outcome.reports.push_back(d.path + " " + d.message);
+  return outcome;
+}
+
+// Every member (or element) of each operation's node, in turn, becomes a
+// chain of 100,000 levels: the operation, its diagnostics and their paths
+// are those of a chain of 4 levels, as the operations read records at fixed
+// depths. A report at the chain's bottom gets its full path.
+TEST(HostileInput, TreesBuiltThroughTheApiHaveNoDepthLimit) {
+  constexpr int kLevels = 100000;
+  cJSON* deep = Chain(kLevels);
+  cJSON* shallow = Chain(4);
+  int grafts = 0;
+  for (const testing_support::ExampleOp& example : testing_support::ExampleOps()) {
+    testing_support::Json root = testing_support::ParseJson(testing_support::ReadExample(example.example));
+    cJSON* node = testing_support::NodeAt(root.get(), example.path);
+    ASSERT_NE(node, nullptr);
+    for (cJSON* member = node->child; member != nullptr;) {
+      SCOPED_TRACE(std::string(example.op_name) + " on " + example.example + ", member " +
+                   (member->string != nullptr ? member->string : "(element)"));
+      Put(node, member, deep);
+      const Outcome from_deep = RunDiagnosed(example, root.get(), node);
+      Put(node, deep, shallow);
+      const Outcome from_shallow = RunDiagnosed(example, root.get(), node);
+      Put(node, shallow, member);
+      EXPECT_EQ(from_deep.result, from_shallow.result);
+      EXPECT_EQ(from_deep.bundle, from_shallow.bundle);
+      EXPECT_EQ(from_deep.reports, from_shallow.reports);
+      ++grafts;
+      member = member->next;
+    }
+  }
+  EXPECT_GT(grafts, 100);
+
+  // The refusal comes after the deep branch in document order.
+  cJSON* root = cJSON_CreateObject();
+  cJSON_AddItemToObject(root, "deep", deep);
+  cJSON_AddNumberToObject(cJSON_AddObjectToObject(root, "result"), "error", 1);
+  _quarn_vi::CVDiagnostics diagnostics;
+  CVBundle bundle;
+  {
+    _quarn_vi::CVDiagnosticsScope scope(diagnostics);
+    EXPECT_EQ(P::ParsePoiListRst(root, bundle), 0);
+  }
+  diagnostics.Add({_quarn_vi::CVDiagnostics::kSkipped, Bottom(deep), nullptr, nullptr, "the bottom"});
+  const auto resolved = diagnostics.Resolve(root);
+  ASSERT_EQ(resolved.size(), 2u);
+  EXPECT_EQ(resolved[0].path, "$.result.error");
+  std::string bottom = "$.deep";
+  for (int i = kLevels - 1; i > 0; --i) bottom += i % 2 == 1 ? "[0]" : ".d";
+  EXPECT_EQ(resolved[1].path, bottom);
+  cJSON_DetachItemViaPointer(root, deep);
+  cJSON_Delete(root);
+  FreeChain(deep);
+  FreeChain(shallow);
 }
 
 }  // namespace

@@ -219,6 +219,42 @@ TEST(JsonReaders, ProcessTelNum) {
   EXPECT_EQ(CJsonObjParser::ProcessTelNum(nullptr), 0);
 }
 
+// atoi's reading of a numeric text, saturated where atoi is undefined.
+TEST(JsonAccess, LeadingDecimalIntReadsAsAtoiAndSaturates) {
+  struct Case {
+    const char* text;
+    int value;
+    bool digits;
+  } cases[] = {
+      {"12", 12, true},
+      {" \t\n\v\f\r-12", -12, true},
+      {"+7abc", 7, true},
+      {"12 34", 12, true},
+      {"007", 7, true},
+      {"2147483647", INT_MAX, true},
+      {"-2147483648", INT_MIN, true},
+      {"2147483648", INT_MAX, true},
+      {"-2147483649", INT_MIN, true},             // glibc's atoi gives 2147483647
+      {"99999999999999999999", INT_MAX, true},    // glibc's atoi gives -1
+      {"4294967301", INT_MAX, true},              // 2^32 + 5; glibc's atoi gives 5
+      {"-000000000000000000000000000042", -42, true},
+      {"", 0, false},
+      {"-", 0, false},
+      {"+-1", 0, false},
+      {"- 1", 0, false},
+      {"x1", 0, false},
+      {"\xC2\xA0" "1", 0, false},  // no-break space is not white space
+      {nullptr, 0, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text != nullptr ? c.text : "(null)");
+    bool digits = !c.digits;
+    EXPECT_EQ(_quarn_vi::LeadingDecimalInt(c.text, &digits), c.value);
+    EXPECT_EQ(digits, c.digits);
+    EXPECT_EQ(_quarn_vi::LeadingDecimalInt(c.text), c.value);
+  }
+}
+
 TEST(JsonAccess, AccessorsKeepToTheirNodeTypes) {
   Json root = ParseJson(R"({"list": [10, 20, 30]})");
   cJSON* list = _quarn_vi::cJSON_GetObjectItem(root.get(), "list");

@@ -1,6 +1,8 @@
 // The bundle-to-JSON writer.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <cmath>
 #include <string>
 
@@ -43,6 +45,51 @@ TEST(JsonWriter, PrettyFormHasTwoSpaceIndentAndEmptyContainersInline) {
   EXPECT_EQ(_quarn_vi::BundleToJson(b, true),
             "{\n  \"n\": 1,\n  \"empty\": {},\n  \"list\": [\n    {\n      \"t\": true\n    }\n  ],\n"
             "  \"none\": []\n}");
+}
+
+// Nesting as deep as a client makes it is written without recursion: here
+// on a thread of 128 KiB of stack, which a recursive walk of 10,000 levels
+// (bundles in arrays in bundles) would overflow.
+TEST(JsonWriter, DeepNestingIsWrittenWithoutRecursion) {
+  constexpr int kLevels = 10000;
+  const CVString key("b");
+  CVBundle deep;
+  deep.SetInt("n", 1);
+  for (int i = 0; i < kLevels; ++i) {
+    CVBundle outer;
+    if (i % 2 == 0) {
+      outer.SetBundle(key, std::move(deep));
+    } else {
+      CVBundle::BundleArray array;
+      _quarn_vi::AppendByMove(array, deep);
+      outer.SetBundleArray(key, std::move(array));
+    }
+    deep = std::move(outer);
+  }
+  struct Job {
+    const CVBundle* bundle;
+    std::string text;
+  } job{&deep, ""};
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 128 * 1024);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(
+                &thread, &attributes,
+                [](void* argument) -> void* {
+                  Job* j = static_cast<Job*>(argument);
+                  j->text = _quarn_vi::BundleToJson(*j->bundle, false);
+                  return nullptr;
+                },
+                &job),
+            0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+  std::string expected;
+  for (int i = kLevels - 1; i >= 0; --i) expected += i % 2 == 0 ? "{\"b\":" : "{\"b\":[";
+  expected += "{\"n\":1}";
+  for (int i = 0; i < kLevels; ++i) expected += i % 2 == 0 ? "}" : "]}";
+  EXPECT_EQ(job.text, expected);
 }
 
 }  // namespace
