@@ -168,8 +168,8 @@ class CVString {
   void AssignLatin1(const char* text, size_t length);
   // Invariants:
   //  (1) HasRep() iff the text lives in a Rep; then the block pointer is kept
-  //      in the first bytes of m_inline, so the object stays 32 bytes (vtable
-  //      pointer, 20 bytes of text, length).
+  //      in the first bytes of m_inline, so the object stays 32 bytes on 64-bit
+  //      targets, 28 on 32-bit ones (vtable pointer, 20 bytes of text, length).
   //  (2) Only permanent strings hold a text of at most kInlineCapacity units
   //      in a Rep (and a bundle's copy of a key, FromKeyRep); every other
   //      short text is inline.
