@@ -24,49 +24,16 @@
 
 #include "foundation/BundleJsonWriter.h"
 #include "json_readers/Diagnostics.h"
+#include "fuzz/FuzzOperations.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 namespace {
 
 using _quarn_framework::CJsonObjParser;
-using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
-using _quarn_vi::CVString;
-using P = CPoiJsonObjParser;
-using Op = int (*)(cJSON*, CVBundle&);
-
-const CVString& ListKey() {
-  static const CVString key("list", CVString::Permanent());
-  return key;
-}
-
-// The two list builders, their array stored under "list" (also when empty).
-int CityInfoArray(cJSON* node, CVBundle& out) {
-  P::BundleArray cities;
-  int result = P::GetCityInfoArrayFromJson(node, cities);
-  out.SetBundleArray(ListKey(), std::move(cities));
-  return result;
-}
-
-int RPAddrList(cJSON* node, CVBundle& out) {
-  P::BundleArray places;
-  int result = P::GetRPAddrListFromJson(node, places);
-  out.SetBundleArray(ListKey(), std::move(places));
-  return result;
-}
-
-// Every operation of the parser: the entry operations, then the records.
-const Op kOps[] = {
-    P::ParseCityList,           P::ParsePoiListRst,         P::ParseAreaSearchRst,
-    P::ParseAreaMultiSearchRst, P::ParseCircumSearchRst,    P::ParseCityQueryRst,
-    P::ParseDistrictRst,        P::ParseEspecialQueryRst,   P::ParsePoiIndoorRst,
-    P::ParseRouteAddrRst,       P::ParseRouteAddrPHPUIRst,  P::ParseRouteAddrPHPUI2Rst,
-    P::GetCityInfoFromJson,     CityInfoArray,              P::GetPsrsFromJson,
-    P::GetSuggestQueryFromJson, P::GetPoiShowFromJson,      P::GetPoiDetailFromJson,
-    P::GetPoiContentFromJson,   P::GetAddrContentFromJson,  P::GetIndoorPoiContentFromJson,
-    P::GetRPAddrResInfoFromJson, RPAddrList,
-};
-constexpr unsigned kOpCount = sizeof(kOps) / sizeof(kOps[0]);
+using fuzz_ops::kOpCount;
+using fuzz_ops::kOps;
+using fuzz_ops::Op;
 
 // Mode 1 visits at most this many nodes, so that a large input stays quick.
 constexpr int kMaxNodes = 2048;
