@@ -64,8 +64,15 @@ if ! dpkg --print-foreign-architectures | grep -qx "$arch" &&
   echo "cross-sysroot: adding the $arch architecture to dpkg"
   as_root dpkg --add-architecture "$arch"
 fi
+# apt-get update fails as a whole when any one index fails (another
+# architecture's, say, while the mirror syncs); the lists it did fetch still
+# serve, so a failure here is reported and the download decides.
+update() {
+  as_root retry apt-get update -qq ||
+    echo "cross-sysroot: apt-get update failed; going on with the package lists it left" >&2
+}
 if ! known "$@"; then
-  as_root retry apt-get update -qq
+  update
 fi
 
 rm -rf "$dir"
@@ -79,7 +86,7 @@ download() {
 }
 # Package lists older than the mirror name versions it no longer has.
 if ! download; then
-  as_root retry apt-get update -qq
+  update
   retry download
 fi
 for deb in "$debs"/*.deb; do

@@ -17,11 +17,16 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "Installing:$missing"
 # A mirror in the middle of a sync fails apt-get update ("File has unexpected
-# size") for a few minutes: try three times. Another apt run holding dpkg's
-# lock is waited for.
+# size") for a few minutes: try three times. It fails as a whole when any one
+# index fails (a foreign architecture's, say), while the lists it did fetch
+# still serve: after the third failure the install decides. Another apt run
+# holding dpkg's lock is waited for.
 for attempt in 1 2 3; do
   apt-get update -qq && break
-  [ $attempt -eq 3 ] && exit 1
+  if [ $attempt -eq 3 ]; then
+    echo "apt-get update failed; going on with the package lists it left" >&2
+    break
+  fi
   echo "apt-get update failed; retrying in 20 s" >&2
   sleep 20
 done
