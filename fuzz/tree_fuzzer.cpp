@@ -160,14 +160,7 @@ class Builder {
         node->type |= cJSON_StringIsConst;
       }
     }
-    if (parent->child == nullptr) {
-      parent->child = node;
-    } else {
-      cJSON* last = parent->child->prev;
-      last->next = node;
-      node->prev = last;
-    }
-    parent->child->prev = node;
+    AppendNamed(parent, node);
   }
 
   void Number(double value) {

@@ -17,6 +17,8 @@
 #include <cstring>
 #include <string>
 
+#include "foundation/Utf8.h"
+
 #if POIPARSER_WITH_SIMDJSON
 #include <simdjson.h>
 #endif
@@ -494,30 +496,11 @@ class StrictScanner {
         continue;
       }
       // UTF-8 (RFC 3629): no overlong forms, no surrogates, at most U+10FFFF.
-      size_t n;
-      uint32_t cp;
-      if (c >= 0xC2 && c <= 0xDF) {
-        n = 2;
-        cp = c & 0x1F;
-      } else if (c >= 0xE0 && c <= 0xEF) {
-        n = 3;
-        cp = c & 0x0F;
-      } else if (c >= 0xF0 && c <= 0xF4) {
-        n = 4;
-        cp = c & 0x07;
-      } else {
-        return "invalid UTF-8";
-      }
-      if (m_length - m_pos < n) return "invalid UTF-8";
-      for (size_t k = 1; k < n; ++k) {
-        const unsigned char t = m_text[m_pos + k];
-        if ((t & 0xC0) != 0x80) return "invalid UTF-8";
-        cp = (cp << 6) | (t & 0x3F);
-      }
-      if ((n == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) || (n == 4 && (cp < 0x10000 || cp > 0x10FFFF))) {
-        return "invalid UTF-8";
-      }
-      m_pos += n;
+      uint32_t code_point;
+      int subpart;
+      const int n = Utf8SequenceAt(m_text + m_pos, m_length - m_pos, &code_point, &subpart);
+      if (n == 0) return "invalid UTF-8";
+      m_pos += static_cast<size_t>(n);
     }
   }
 
