@@ -22,6 +22,18 @@ const CVString& DecimalFormat() {
   return format;
 }
 
+// The most keys a row stores.
+int KeysOf(const FieldRow& row) {
+  switch (row.reader) {
+    case FieldReader::kFlat:
+      return row.table().MaxKeys();
+    case FieldReader::kCustom:
+      return row.keys;
+    default:
+      return 1;
+  }
+}
+
 }  // namespace
 
 FieldTable::FieldTable(const FieldRow* rows, int count)
@@ -36,7 +48,7 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
   // table of permanent texts, where the next build finds them again.
   std::unique_ptr<CVString[]> keys(new CVString[static_cast<size_t>(count)]);
   for (int i = 0; i < count; ++i) keys[i] = CVString(rows[i].key, CVString::Permanent());
-  for (int i = 0; i < count; ++i) m_maxKeys += rows[i].max_keys;
+  for (int i = 0; i < count; ++i) m_maxKeys += KeysOf(rows[i]);
   m_keys = keys.release();
 }
 
@@ -66,11 +78,35 @@ void FieldTable::Read(cJSON* object, CVBundle& out) const {
       case FieldReader::kIntAsText:
         field::StoreIntAsText(slots[i], row.start, key, out);
         break;
+      case FieldReader::kIntAlways:
+        field::StoreIntAlways(slots[i], row.start, row.convert, key, out);
+        break;
+      case FieldReader::kRecord:
+        field::StoreRecord(slots[i], row.table(), row.keep, key, out);
+        break;
+      case FieldReader::kFlat:
+        if (UsableObject(slots[i])) row.table().Read(slots[i], out);
+        break;
+      case FieldReader::kList:
+        field::StoreList(slots[i], row.table(), row.keep, key, out);
+        break;
       case FieldReader::kCustom:
         row.custom(slots[i], key, out);
         break;
     }
   }
+}
+
+bool UsableObject(cJSON* member) {
+  if (_quarn_vi::IsJsonObject(member)) return true;
+  _quarn_vi::diag::SkipMember(member, "an object");
+  return false;
+}
+
+bool UsableArray(cJSON* member) {
+  if (_quarn_vi::IsJsonArray(member)) return true;
+  _quarn_vi::diag::SkipMember(member, "an array");
+  return false;
 }
 
 namespace field {
@@ -130,6 +166,38 @@ void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out
   CVString text;
   text.Format(DecimalFormat(), value);
   out.SetString(key, std::move(text));
+}
+
+void StoreIntAlways(cJSON* member, int start, IntConversion convert, const CVString& key, CVBundle& out) {
+  int value = start;
+  if (!_quarn_vi::JsonReadInt(member, &value)) _quarn_vi::diag::SkipMember(member, kWantInt);
+  out.SetInt(key, convert != nullptr ? convert(value) : value);
+}
+
+void StoreRecord(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out) {
+  if (member == nullptr) return;
+  const bool usable = UsableObject(member);
+  if (!usable && keep == Keep::kRecords) return;
+  CVBundle record;
+  if (usable) table.Read(member, record);
+  out.SetBundle(key, std::move(record));
+}
+
+void StoreList(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out) {
+  if (!UsableArray(member)) return;
+  CVBundle::BundleArray records;
+  bool any_element = false;
+  for (cJSON* element : _quarn_vi::JsonElements(member)) {
+    any_element = true;
+    CVBundle record;
+    if (table.ReadRecord(element, record)) {
+      _quarn_vi::AppendByMove(records, record);
+    } else {
+      _quarn_vi::diag::SkipElement(element, "an object");
+    }
+  }
+  const bool store = keep == Keep::kPresent ? any_element : records.m_nSize >= 1;
+  if (store) out.SetBundleArray(key, std::move(records));
 }
 
 }  // namespace field

@@ -6,9 +6,11 @@
 // and every bundle key is built once, when the table is built; reading a
 // record then allocates nothing for its keys.
 //
-// Rows whose reading is not one of the standard readers (a nested record, a
-// converted value) name a function of their own; it gets the member's node
-// (null when absent), the row's key and the record.
+// Rows cover scalars, integers as text, ints always stored, nested records,
+// nested objects read flat and lists of records; the nested ones name the
+// table of their record. A row whose reading is irregular names a function
+// of its own; it gets the member's node (null when absent), the row's key
+// and the record. A table's key budget (MaxKeys) is derived from its rows.
 //
 // Thread safety: a FieldTable is immutable after construction; build each
 // table once (a function-local static) and read with it from any thread.
@@ -24,6 +26,13 @@
 
 namespace _quarn_framework {
 
+class FieldTable;
+
+// The table of a nested record or list element: a function that builds the
+// table once (a function-local static) and returns it. Tables refer to each
+// other through these, so a table's key budget can include its nested ones.
+typedef const FieldTable& (*TableFunction)();
+
 // How a row reads its member.
 enum class FieldReader : unsigned char {
   kInt,             // GetJsonIntItem
@@ -32,42 +41,105 @@ enum class FieldReader : unsigned char {
   kStringArray,     // GetJsonStringArray
   kTextIfNotEmpty,  // GetJsonItem (text form), stored only when not empty
   kIntAsText,       // GetJsonItem (integer form) from `start`, always stored as "%d" text
+  kIntAlways,       // GetJsonItem (integer form) from `start`, always stored (through `convert`)
+  kRecord,          // the member's object read by `table` into a bundle stored under the key
+  kFlat,            // the member's object read by `table` into the record itself
+  kList,            // the member's array, one record of `table` per object element
   kCustom,          // the row's own function
 };
 
+// When a nested record or list is stored (kRecord, kList).
+enum class Keep : unsigned char {
+  kRecords,  // record: when the member is an object; list: when an element
+             // gave a record
+  kPresent,  // record: whenever the member is present (an empty bundle
+             // unless it is an object); list: whenever the array has
+             // elements, even when none gave a record
+};
+
 typedef void (*FieldFunction)(cJSON* member, const CVString& key, CVBundle& out);
+typedef int (*IntConversion)(int value);
 
 struct FieldRow {
   const char* member;
   const char* key;
   FieldReader reader;
-  int start;             // kIntAsText: the int before the read (kept when unreadable)
-  FieldFunction custom;  // kCustom
-  int max_keys;          // keys the row may store; sizes the record's block
+  Keep keep;              // kRecord, kList
+  unsigned char keys;     // kCustom: the keys the function may store (its key budget)
+  int start;              // kIntAsText, kIntAlways: the int before the read (kept when unreadable)
+  IntConversion convert;  // kIntAlways: applied to the int before it is stored; null: none
+  TableFunction table;    // kRecord, kFlat, kList: the nested table
+  FieldFunction custom;   // kCustom
 };
 
 // Row builders; `key` defaults to the member's own name.
+constexpr FieldRow MakeRow(const char* member, const char* key, FieldReader reader) {
+  return FieldRow{member, key ? key : member, reader, Keep::kRecords, 1, 0, nullptr, nullptr, nullptr};
+}
 constexpr FieldRow IntField(const char* member, const char* key = nullptr) {
-  return FieldRow{member, key ? key : member, FieldReader::kInt, 0, nullptr, 1};
+  return MakeRow(member, key, FieldReader::kInt);
 }
 constexpr FieldRow BoolField(const char* member, const char* key = nullptr) {
-  return FieldRow{member, key ? key : member, FieldReader::kBool, 0, nullptr, 1};
+  return MakeRow(member, key, FieldReader::kBool);
 }
 constexpr FieldRow StringField(const char* member, const char* key = nullptr) {
-  return FieldRow{member, key ? key : member, FieldReader::kString, 0, nullptr, 1};
+  return MakeRow(member, key, FieldReader::kString);
 }
 constexpr FieldRow StringArrayField(const char* member) {
-  return FieldRow{member, member, FieldReader::kStringArray, 0, nullptr, 1};
+  return MakeRow(member, nullptr, FieldReader::kStringArray);
 }
 constexpr FieldRow TextIfNotEmptyField(const char* member) {
-  return FieldRow{member, member, FieldReader::kTextIfNotEmpty, 0, nullptr, 1};
+  return MakeRow(member, nullptr, FieldReader::kTextIfNotEmpty);
 }
 constexpr FieldRow IntAsTextField(const char* member, int start) {
-  return FieldRow{member, member, FieldReader::kIntAsText, start, nullptr, 1};
+  FieldRow row = MakeRow(member, nullptr, FieldReader::kIntAsText);
+  row.start = start;
+  return row;
 }
+// An int stored whatever the member holds: `start` when it cannot be read;
+// `convert`, when given, maps the value before it is stored.
+constexpr FieldRow IntAlwaysField(const char* member, const char* key, int start,
+                                  IntConversion convert = nullptr) {
+  FieldRow row = MakeRow(member, key, FieldReader::kIntAlways);
+  row.start = start;
+  row.convert = convert;
+  return row;
+}
+// A nested record: the member's object read by `table`, stored as a bundle
+// under `key` as `keep` says. A present member that is not an object is
+// reported as skipped.
+constexpr FieldRow RecordField(const char* member, const char* key, TableFunction table,
+                               Keep keep = Keep::kRecords) {
+  FieldRow row = MakeRow(member, key, FieldReader::kRecord);
+  row.table = table;
+  row.keep = keep;
+  return row;
+}
+// A nested object read flat: its members read by `table` into the record
+// itself (its keys are the table's). Nothing when it is not an object.
+constexpr FieldRow FlatField(const char* member, TableFunction table) {
+  FieldRow row = MakeRow(member, nullptr, FieldReader::kFlat);
+  row.table = table;
+  return row;
+}
+// A list of records: one record of `table` per object element of the
+// member's array, in order (other elements are skipped without a gap),
+// stored as an array of bundles under `key` as `keep` says.
+constexpr FieldRow ListField(const char* member, const char* key, TableFunction table,
+                             Keep keep = Keep::kRecords) {
+  FieldRow row = MakeRow(member, key, FieldReader::kList);
+  row.table = table;
+  row.keep = keep;
+  return row;
+}
+// A member whose reading no standard row expresses; `keys` is the most keys
+// `custom` stores.
 constexpr FieldRow CustomField(const char* member, const char* key, FieldFunction custom,
-                               int max_keys) {
-  return FieldRow{member, key, FieldReader::kCustom, 0, custom, max_keys};
+                               unsigned char keys = 1) {
+  FieldRow row = MakeRow(member, key, FieldReader::kCustom);
+  row.custom = custom;
+  row.keys = keys;
+  return row;
 }
 
 class FieldTable {
@@ -76,7 +148,10 @@ class FieldTable {
   static constexpr int kMaxRows = 48;
 
   template <size_t N>
-  explicit FieldTable(const FieldRow (&rows)[N]) : FieldTable(rows, static_cast<int>(N)) {}
+  explicit FieldTable(const FieldRow (&rows)[N]) : FieldTable(rows, static_cast<int>(N)) {
+    static_assert(N <= kMaxRows, "a table holds at most kMaxRows rows");
+  }
+  // REQUIRES: count <= kMaxRows.
   FieldTable(const FieldRow* rows, int count);
 
   // Reads every row from `object`, in table order, into `out`. A null or
@@ -91,7 +166,8 @@ class FieldTable {
     return 1;
   }
 
-  // The most keys a Read can add (for sizing a record's block).
+  // The most keys a Read can add (for sizing a record's block): one per
+  // row, a flat row's nested table's own, a custom row's declared count.
   int MaxKeys() const { return m_maxKeys; }
   const CVString& Key(int row) const { return m_keys[row]; }
 
@@ -106,6 +182,11 @@ class FieldTable {
   CVString* m_keys;
 };
 
+// Whether `member` is an object (an array for UsableArray); a present member
+// of another type is reported as skipped.
+bool UsableObject(cJSON* member);
+bool UsableArray(cJSON* member);
+
 // The storing readers on a member node already looked up (null allowed);
 // each returns 1 iff it stored.
 namespace field {
@@ -115,6 +196,10 @@ int StoreString(cJSON* member, const CVString& key, CVBundle& out);
 int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out);
 int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out);
 void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out);
+// The row kinds of the same names (see the row builders above).
+void StoreIntAlways(cJSON* member, int start, IntConversion convert, const CVString& key, CVBundle& out);
+void StoreRecord(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out);
+void StoreList(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out);
 }  // namespace field
 
 }  // namespace _quarn_framework

@@ -21,11 +21,7 @@ const CVString kResultKey = MakeKey("result");
 const CVString kContentKey = MakeKey("content");
 const CVString kContKey = MakeKey("cont");
 
-// The most keys the area answer adds: eight options, "current_city",
-// "py_correct", "suggest_query", "placeparam", "count", "pois".
-constexpr int kMaxAreaKeys = 14;
-
-const FieldRow kAreaOptionRows[] = {
+constexpr FieldRow kAreaOptionRows[] = {
     IntField("total"),
     BoolField("op_gel"),
     StringField("from"),
@@ -36,7 +32,7 @@ const FieldRow kAreaOptionRows[] = {
     IntField("rp_strategy"),
 };
 
-// "d_sort_rule" as text turned into a number: an empty text gives 0, any
+// Irregular: "d_sort_rule" as text turned into a number: an empty text gives 0, any
 // other the value of the number it starts with ("x1" gives 0). Nothing is
 // stored when the member cannot be read as text.
 void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
@@ -45,15 +41,15 @@ void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
   out.SetInt(key, text.IsEmpty() ? 0 : _quarn_vi::_wtoi(text.GetBuffer(0)));
 }
 
-const FieldRow kAreaPlaceParamRows[] = {
+constexpr FieldRow kAreaPlaceParamRows[] = {
     StringField("d_data_type", "type"),
     StringField("d_sort_type", "sortkey"),
-    CustomField("d_sort_rule", "sortrule", ReadSortRule, 1),
+    CustomField("d_sort_rule", "sortrule", ReadSortRule),
 };
 
 // A sub-search summary; "op_gel" is an integer here, unlike in the answers'
 // own options.
-const FieldRow kSummaryRows[] = {
+constexpr FieldRow kSummaryRows[] = {
     IntField("count"),
     IntField("catalogID"),
     IntField("op_gel"),
@@ -85,7 +81,8 @@ int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
   if (!RequireRootObject(root)) return 0;
   cJSON* result = RequireObject(root, "result");
   if (result == nullptr) return 0;
-  out.Reserve(out.GetCount() + kMaxAreaKeys);
+  // The options, "placeparam" and the shared steps.
+  out.Reserve(out.GetCount() + option_table.MaxKeys() + 1 + kCurrentCityKeys + kHintKeys + kPoiPageKeys);
   option_table.Read(result, out);
 
   StoreCurrentCityRecord(Member(root, "current_city"), out);

@@ -16,11 +16,7 @@ namespace {
 
 const CVString kCenterPointsKey = MakeKey("center_points");
 
-// The most keys the answer adds: three options, "current_city",
-// "py_correct", "suggest_query", "count", "pois", "center_points".
-constexpr int kMaxCircumKeys = 9;
-
-const FieldRow kCircumOptionRows[] = {
+constexpr FieldRow kCircumOptionRows[] = {
     IntField("total"),
     BoolField("op_gel"),
     BoolField("op_addr"),
@@ -38,7 +34,8 @@ int CPoiJsonObjParser::ParseCircumSearchRst(cJSON* root, CVBundle& out) {
   if (!RequireRootObject(root)) return 0;
   cJSON* result = RequireObject(root, "result");
   if (result == nullptr) return 0;
-  out.Reserve(out.GetCount() + kMaxCircumKeys);
+  // The options, "center_points" and the shared steps.
+  out.Reserve(out.GetCount() + option_table.MaxKeys() + 1 + kCurrentCityKeys + kHintKeys + kPoiPageKeys);
   option_table.Read(result, out);
 
   StoreCurrentCityRecord(Member(root, "current_city"), out);

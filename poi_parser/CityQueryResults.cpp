@@ -14,13 +14,6 @@ namespace {
 
 const CVString kTypeKey = MakeKey("type");
 
-// "city_type" is always stored, 0 when unreadable.
-void ReadCityType(cJSON* member, const CVString& key, CVBundle& out) {
-  int city_type = 0;
-  if (!_quarn_vi::JsonReadInt(member, &city_type)) _quarn_vi::diag::SkipMember(member, "an integer");
-  out.SetInt(key, city_type);
-}
-
 // The level shown for a city type when the answer gives none (or 0); types
 // outside 0..3 have no default.
 int DefaultLevel(int city_type) {
@@ -28,7 +21,7 @@ int DefaultLevel(int city_type) {
   return city_type >= 0 && city_type <= 3 ? kLevels[city_type] : 0;
 }
 
-// "level" is always stored: the answer's non-zero level, else the default of
+// Irregular: "level" depends on another member. It is always stored: the answer's non-zero level, else the default of
 // the city type that the first row of the same table has just stored.
 void ReadLevel(cJSON* member, const CVString& key, CVBundle& out) {
   int level = 0;
@@ -37,23 +30,24 @@ void ReadLevel(cJSON* member, const CVString& key, CVBundle& out) {
   out.SetInt(key, level);
 }
 
-// The city is named by "cname"; a "name" member is not read.
-const FieldRow kCityQueryRows[] = {
-    CustomField("city_type", "type", ReadCityType, 1),
+// The city is named by "cname"; a "name" member is not read. "city_type" is
+// always stored, 0 when unreadable.
+constexpr FieldRow kCityQueryRows[] = {
+    IntAlwaysField("city_type", "type", 0),
     IntField("code"),
     StringField("cname", "name"),
     StringField("geo"),
     StringField("uid"),
     IntField("pccode"),
     StringField("pcname"),
-    CustomField("level", "level", ReadLevel, 1),
+    CustomField("level", "level", ReadLevel),
     BoolField("sup_bus"),
     BoolField("sup_business_area"),
     BoolField("sup_subway"),
     BoolField("sup_lukuang"),
 };
 
-const FieldRow kAddressRows[] = {
+constexpr FieldRow kAddressRows[] = {
     StringField("addr", "address"),
     StringField("geo"),
     StringField("name"),
@@ -74,7 +68,7 @@ int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
     return 0;
   }
   UsableObject(content);  // any other type reads as an empty object
-  out.Reserve(out.GetCount() + table.MaxKeys() + 1);
+  out.Reserve(out.GetCount() + table.MaxKeys() + kCurrentCityKeys);
   table.Read(content, out);
 
   StoreCurrentCityRecord(Member(root, "current_city"), out);

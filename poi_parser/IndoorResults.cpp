@@ -29,23 +29,7 @@ const CVString kErrNoKey = MakeKey("errNo");
 const CVString kWFlagKey = MakeKey("w_flag");
 const CVString kPFlagKey = MakeKey("p_flag");
 
-// "poi_list": stored when it is a non-empty array, even when none of its
-// elements gives a record.
-void ReadPoiList(cJSON* member, const CVString& key, CVBundle& out) {
-  UsableArray(member);
-  if (_quarn_vi::JsonElements(member).empty()) return;
-  BundleArray pois;
-  AppendRecords(member, pois, CPoiJsonObjParser::GetIndoorPoiContentFromJson);
-  out.SetBundleArray(key, std::move(pois));
-}
-
-const FieldRow kPageRows[] = {
-    IntField("page_num"),
-    IntField("poi_num"),
-    CustomField("poi_list", "poi_list", ReadPoiList, 1),
-};
-
-// "twp" is a string holding a number whose three low bits are the flags
+// Irregular: one member gives three keys. "twp" is a string holding a number whose three low bits are the flags
 // "t_flag", "w_flag" and "p_flag" (two's-complement bits for a negative
 // number). The number is read as atoi reads it, saturated beyond int32
 // (LeadingDecimalInt). Anything but a string, and a text without a leading
@@ -64,13 +48,26 @@ void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
   out.SetBool(kPFlagKey, (bits & 4u) != 0);
 }
 
-const FieldRow kIndoorPoiRows[] = {
+constexpr FieldRow kIndoorPoiRows[] = {
     StringField("address"),   StringField("qx_id"),    StringField("cid"),
     StringField("discount"),  StringField("floor"),    StringField("name"),
     StringField("phone"),     StringField("poi_rank"), StringField("price"),
     StringField("pt_x"),      StringField("pt_y"),     StringField("star_level"),
     StringField("tag"),       StringField("tuan_nums"), StringField("uid"),
     CustomField("twp", "t_flag", ReadTwpFlags, 3),
+};
+
+const FieldTable& IndoorPoiTable() {
+  static const FieldTable table(kIndoorPoiRows);
+  return table;
+}
+
+// "poi_list" is stored when it is a non-empty array, even when none of its
+// elements gives a record.
+constexpr FieldRow kPageRows[] = {
+    IntField("page_num"),
+    IntField("poi_num"),
+    ListField("poi_list", "poi_list", IndoorPoiTable, Keep::kPresent),
 };
 
 // The client's code for a bad-parameter message: a building ("bid") problem
@@ -129,8 +126,7 @@ int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
 }
 
 int CPoiJsonObjParser::GetIndoorPoiContentFromJson(cJSON* node, CVBundle& out) {
-  static const FieldTable table(kIndoorPoiRows);
-  return table.ReadRecord(node, out);
+  return IndoorPoiTable().ReadRecord(node, out);
 }
 
 }  // namespace _quarn_framework

@@ -113,20 +113,9 @@ void AppendRecords(cJSON* array, BundleArray& records, Build build, const char* 
   }
 }
 
-// A member that an operation reads only as an object (an array): reported
-// as skipped when present and of another type. Returns whether it is one.
-inline bool UsableObject(cJSON* member) {
-  if (_quarn_vi::IsJsonObject(member)) return true;
-  if (member != nullptr) _quarn_vi::diag::SkipMember(member, "an object");
-  return false;
-}
-inline bool UsableArray(cJSON* member) {
-  if (_quarn_vi::IsJsonArray(member)) return true;
-  if (member != nullptr) _quarn_vi::diag::SkipMember(member, "an array");
-  return false;
-}
-
 // ---- Steps shared by the search answers (POI list, area, circum) ----------
+// Each step's key count sits beside it; an answer's key budget is the sum of
+// its tables' MaxKeys() and its steps' counts.
 
 // How "count" accompanies a page of POI records.
 enum class PageCount {
@@ -134,10 +123,11 @@ enum class PageCount {
   kOnlyIfArray,  // the JSON array's length; no "count" at all otherwise
 };
 
-// A page of points of interest from the array `contents`: "count" as
+// A page of points of interest (keys "count" and "pois") from the array `contents`: "count" as
 // `count_rule` says (elements that give no record still count), then
 // "pois", the POI records in array order, when at least one element gave
 // a record.
+constexpr int kPoiPageKeys = 2;
 inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
   static const CVString count_key = MakeKey("count");
   static const CVString pois_key = MakeKey("pois");
@@ -153,6 +143,7 @@ inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
 
 // The current-city record of the node `current_city` (as looked up, null
 // when absent), stored under "current_city" when its builder accepts it.
+constexpr int kCurrentCityKeys = 1;
 inline void StoreCurrentCityRecord(cJSON* current_city, CVBundle& out) {
   static const CVString key = MakeKey("current_city");
   CVBundle city;
@@ -169,6 +160,7 @@ enum class SuggestStandsIn { kNo, kYes };
 // The hint records of the members "psrs" and "suggest_query" of `holder`:
 // the psrs record under "py_correct", then the suggested-query record under
 // "suggest_query", each when its builder accepts it.
+constexpr int kHintKeys = 2;
 inline void StoreHintRecords(cJSON* holder, SuggestStandsIn stands_in, CVBundle& out) {
   static const CVString py_correct_key = MakeKey("py_correct");
   static const CVString suggest_key = MakeKey("suggest_query");

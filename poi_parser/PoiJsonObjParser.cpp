@@ -11,7 +11,7 @@ using namespace internal;
 
 namespace {
 
-const FieldRow kCityInfoRows[] = {
+constexpr FieldRow kCityInfoRows[] = {
     IntField("code"),
     IntField("num"),
     StringField("name"),

@@ -18,12 +18,7 @@ const CVString kSearchTypeKey = MakeKey("search_type");
 const CVString kPlaceParamKey = MakeKey("placeparam");
 const CVString kAddrsKey = MakeKey("addrs");
 
-// The most keys the answer adds: "search_type", five options, "placeparam",
-// "current_city", "count", "pois", "addrs", "py_correct", "suggest_query".
-constexpr int kMaxAnswerKeys = 13;
-
-
-const FieldRow kOptionRows[] = {
+constexpr FieldRow kOptionRows[] = {
     IntField("total"),
     IntField("loc_attr"),
     BoolField("op_gel"),
@@ -32,22 +27,22 @@ const FieldRow kOptionRows[] = {
 };
 
 // "sortrule" is stored only when "d_sort_rule" reads as an integer.
-const FieldRow kPlaceParamRows[] = {
+constexpr FieldRow kPlaceParamRows[] = {
     StringField("d_data_type", "type"),
     StringField("d_sort_type", "sortkey"),
     IntField("d_sort_rule", "sortrule"),
 };
 
-const FieldRow kAddressRows[] = {
+// An address entry for every object element, whatever members it has.
+constexpr FieldRow kAddressRows[] = {
     StringField("addr"),
     StringField("name"),
     StringField("geo"),
 };
 
-// An address entry for every object element, whatever members it has.
-int GetAddressFromJson(cJSON* node, CVBundle& address) {
+const FieldTable& AddressTable() {
   static const FieldTable table(kAddressRows);
-  return table.ReadRecord(node, address);
+  return table;
 }
 
 }  // namespace
@@ -61,7 +56,8 @@ int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   static const FieldTable place_param_table(kPlaceParamRows);
   if (root == nullptr) return RefuseNoAnswer();
   if (!StatusFrameIsGood(root)) return 0;
-  out.Reserve(out.GetCount() + kMaxAnswerKeys);
+  // "search_type", the options, "placeparam", "addrs" and the shared steps.
+  out.Reserve(out.GetCount() + 3 + option_table.MaxKeys() + kCurrentCityKeys + kPoiPageKeys + kHintKeys);
   out.SetInt(kSearchTypeKey, 0);
 
   cJSON* poi_result = RequireObject(root, "poi_result");
@@ -79,11 +75,7 @@ int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   StoreCurrentCityRecord(Member(poi_result, "current_city"), out);
   StorePoiPage(Member(poi_result, "contents"), PageCount::kAlways, out);
 
-  BundleArray addresses;
-  cJSON* addrs = Member(poi_result, "addrs");
-  UsableArray(addrs);
-  AppendRecords(addrs, addresses, GetAddressFromJson);
-  if (addresses.m_nSize >= 1) out.SetBundleArray(kAddrsKey, std::move(addresses));
+  field::StoreList(Member(poi_result, "addrs"), AddressTable(), Keep::kRecords, kAddrsKey, out);
 
   // The suggested-query record stands in for a missing psrs record.
   StoreHintRecords(poi_result, SuggestStandsIn::kYes, out);

@@ -28,90 +28,88 @@ const CVString kSrcNameKey = MakeKey("src_name");
 
 // ---- Show record -------------------------------------------------------------
 
-const FieldRow kShowRows[] = {
+constexpr FieldRow kShowRows[] = {
     IntField("address"),      IntField("image"),        IntField("name"),
     IntField("icon"),         IntField("distance"),     IntField("overall_rating"),
     IntField("price"),        IntField("ep_char"),      IntField("ec_reason"),
     IntField("phone_button"), IntField("map_button"),   IntField("book_info"),
 };
 
+const FieldTable& ShowTable() {
+  static const FieldTable table(kShowRows);
+  return table;
+}
+
 // ---- Detail record -------------------------------------------------------------
 
 // "premium_info" and "groupon_info" are read flat into the detail record.
-const FieldRow kPremiumRows[] = {
+constexpr FieldRow kPremiumRows[] = {
     StringField("discount_content"),
     StringField("discount_dl"),
     StringField("discount_id"),
     StringField("name"),
 };
 
-const FieldRow kGrouponRows[] = {
+const FieldTable& PremiumTable() {
+  static const FieldTable table(kPremiumRows);
+  return table;
+}
+
+constexpr FieldRow kGrouponRows[] = {
     StringField("groupon_num"),   StringField("groupon_price"), StringField("groupon_title"),
     StringField("groupon_image"), StringField("regular_price"), StringField("groupon_url_mobile"),
 };
 
-const FieldRow kOrilEntryRows[] = {
+const FieldTable& GrouponTable() {
+  static const FieldTable table(kGrouponRows);
+  return table;
+}
+
+constexpr FieldRow kOrilEntryRows[] = {
     StringField("oril_price"),
     StringField("oril_type"),
 };
 
-const FieldRow kContactRows[] = {
+const FieldTable& OrilEntryTable() {
+  static const FieldTable table(kOrilEntryRows);
+  return table;
+}
+
+// "oril_info" holds only the list "oril_detail", stored in the detail record.
+constexpr FieldRow kOrilInfoRows[] = {
+    ListField("oril_detail", "oril_detail", OrilEntryTable),
+};
+
+const FieldTable& OrilInfoTable() {
+  static const FieldTable table(kOrilInfoRows);
+  return table;
+}
+
+// A contact of the booking record ("tel" or "web").
+constexpr FieldRow kContactRows[] = {
     StringField("title"),
     StringField("content"),
 };
 
-void ReadPremiumInfo(cJSON* member, const CVString&, CVBundle& out) {
-  static const FieldTable table(kPremiumRows);
-  if (UsableObject(member)) table.Read(member, out);
-}
-
-void ReadGrouponInfo(cJSON* member, const CVString&, CVBundle& out) {
-  static const FieldTable table(kGrouponRows);
-  if (UsableObject(member)) table.Read(member, out);
-}
-
-// "oril_info"."oril_detail": one entry per object element, densely numbered.
-void ReadOrilList(cJSON* member, const CVString& key, CVBundle& out) {
-  static const FieldTable table(kOrilEntryRows);
-  if (!UsableObject(member)) return;
-  cJSON* details = Member(member, "oril_detail");
-  if (!UsableArray(details)) return;
-  BundleArray entries;
-  AppendRecords(details, entries, [](cJSON* element, CVBundle& entry) {
-    if (!IsJsonObject(element)) return 0;
-    table.Read(element, entry);
-    return 1;
-  });
-  if (entries.m_nSize >= 1) out.SetBundleArray(key, std::move(entries));
-}
-
-// A contact of the booking record ("tel" or "web"), stored when an object.
-void ReadContact(cJSON* member, const CVString& key, CVBundle& out) {
+const FieldTable& ContactTable() {
   static const FieldTable table(kContactRows);
-  if (!UsableObject(member)) return;
-  CVBundle contact;
-  table.Read(member, contact);
-  out.SetBundle(key, std::move(contact));
+  return table;
 }
 
-const FieldRow kBookingRows[] = {
-    CustomField("tel", "tel", ReadContact, 1),
-    CustomField("web", "web", ReadContact, 1),
+constexpr FieldRow kBookingRows[] = {
+    RecordField("tel", "tel", ContactTable),
+    RecordField("web", "web", ContactTable),
 };
 
-// The booking record is stored whenever "book_info" is present; it is empty
-// unless "book_info" is an object.
-void ReadBookInfo(cJSON* member, const CVString& key, CVBundle& out) {
+const FieldTable& BookingTable() {
   static const FieldTable table(kBookingRows);
-  if (member == nullptr) return;
-  CVBundle booking;
-  if (UsableObject(member)) table.Read(member, booking);
-  out.SetBundle(key, std::move(booking));
+  return table;
 }
 
 // Integers as text start at 0, except "movie_film_count" (-1), so an absent
-// member is stored as "0" (or "-1").
-const FieldRow kDetailRows[] = {
+// member is stored as "0" (or "-1"). The booking record is stored whenever
+// "book_info" is present; it is empty unless "book_info" is an object.
+constexpr FieldRow kDetailRows[] = {
     StringArrayField("flag"),
     TextIfNotEmptyField("overall_rating"),
     TextIfNotEmptyField("image"),
@@ -125,15 +123,15 @@ const FieldRow kDetailRows[] = {
     IntAsTextField("premium_flag", 0),
     IntAsTextField("discount_total", 0),
     IntAsTextField("groupon_total", 0),
-    CustomField("premium_info", "premium_info", ReadPremiumInfo, 4),
+    FlatField("premium_info", PremiumTable),
     TextIfNotEmptyField("comment_num"),
     IntAsTextField("movie_flag", 0),
     IntAsTextField("movie_film_count", -1),
     IntAsTextField("groupon_flag", 0),
-    CustomField("groupon_info", "groupon_info", ReadGrouponInfo, 6),
-    CustomField("oril_info", "oril_detail", ReadOrilList, 1),
+    FlatField("groupon_info", GrouponTable),
+    FlatField("oril_info", OrilInfoTable),
     TextIfNotEmptyField("wap_bookable"),
-    CustomField("book_info", "book_info", ReadBookInfo, 1),
+    RecordField("book_info", "book_info", BookingTable, Keep::kPresent),
 };
 
 const FieldTable& DetailTable() {
@@ -143,8 +141,8 @@ const FieldTable& DetailTable() {
 
 // ---- POI record --------------------------------------------------------------
 
-// "tel" through the telephone buffer, normalised; the bytes are widened, not
-// decoded.
+// Irregular: "tel" through the telephone buffer, normalised; the bytes are
+// widened, not decoded.
 void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
   char buffer[kTelBufferSize];
   if (!_quarn_vi::JsonReadTextToBuffer(member, buffer, kTelBufferSize)) {
@@ -155,26 +153,9 @@ void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
   out.SetString(key, CVString(buffer));
 }
 
-// "poiType" as the client's type code; always stored (0 when unreadable).
-void ReadPoiType(cJSON* member, const CVString& key, CVBundle& out) {
-  int poi_type = 0;
-  if (!_quarn_vi::JsonReadInt(member, &poi_type) && member != nullptr) {
-    _quarn_vi::diag::SkipMember(member, "an integer");
-  }
-  out.SetInt(key, CJsonObjParser::int2PoiType(poi_type));
-}
-
-void ReadShow(cJSON* member, const CVString& key, CVBundle& out) {
-  CVBundle show;
-  if (CPoiJsonObjParser::GetPoiShowFromJson(member, show)) {
-    out.SetBundle(key, std::move(show));
-  } else if (member != nullptr) {
-    _quarn_vi::diag::SkipMember(member, "an object");
-  }
-}
-
-// The place bundle: "ext"."src_name" first, then the detail record of
-// "ext"."detail_info" in the same bundle; only for a non-empty "src_name".
+// Irregular: the place bundle holds "ext"."src_name" first, then the detail
+// record of "ext"."detail_info" in the same bundle; only for a non-empty
+// "src_name".
 void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
   if (!UsableObject(ext)) return;
   CVString src_name;
@@ -195,20 +176,21 @@ void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
   out.SetBundle(key, std::move(place));
 }
 
-const FieldRow kPoiRows[] = {
+// "poiType" is stored as the client's type code, 0 when unreadable.
+constexpr FieldRow kPoiRows[] = {
     StringField("geo"),
     StringField("name"),
     StringField("uid"),
     IntField("acc_flag"),
     StringField("addr"),
     BoolField("detail"),
-    CustomField("tel", "tel", ReadTel, 1),
-    CustomField("poiType", "type", ReadPoiType, 1),
+    CustomField("tel", "tel", ReadTel),
+    IntAlwaysField("poiType", "type", 0, CJsonObjParser::int2PoiType),
     StringField("indoor_pano"),
     IntField("pano"),
     StringField("aoi"),
-    CustomField("show", "show", ReadShow, 1),
-    CustomField("ext", "place", ReadPlace, 1),
+    RecordField("show", "show", ShowTable),
+    CustomField("ext", "place", ReadPlace),
     IntField("dis", "distance"),
     StringField("rp_des"),
     StringField("sep_char"),
@@ -271,8 +253,7 @@ int CPoiJsonObjParser::GetSuggestQueryFromJson(cJSON* node, CVBundle& out) {
 // ---- Show, detail and POI records -------------------------------------------------
 
 int CPoiJsonObjParser::GetPoiShowFromJson(cJSON* node, CVBundle& out) {
-  static const FieldTable table(kShowRows);
-  return table.ReadRecord(node, out);
+  return ShowTable().ReadRecord(node, out);
 }
 
 int CPoiJsonObjParser::GetPoiDetailFromJson(cJSON* node, CVBundle& out) {

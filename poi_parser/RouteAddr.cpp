@@ -26,10 +26,6 @@ const CVString kHaveEnPrioKey = MakeKey("have_enprio");
 const CVString kWpListKey = MakeKey("wplist");
 const CVString kStCountKey = MakeKey("st_count");
 const CVString kEnCountKey = MakeKey("en_count");
-const CVString kStCityNameKey = MakeKey("st_cityname");
-const CVString kStCityCodeKey = MakeKey("st_citycode");
-const CVString kEnCityNameKey = MakeKey("en_cityname");
-const CVString kEnCityCodeKey = MakeKey("en_citycode");
 // Keys of the way point status and result records.
 const CVString kHaveWpCityListKey = MakeKey("have_wpcitylist");
 const CVString kHaveWpPrioKey = MakeKey("have_wpprio");
@@ -67,30 +63,38 @@ class ArrayCursor {
   int m_index = 0;
 };
 
-// "start_city" and "end_city": their "cname" and "code", as the readers
-// store them (a missing or ill-typed city object stores nothing).
-void ReadStartCity(cJSON* city, const CVString&, CVBundle& out) {
-  if (!UsableObject(city)) return;
-  field::StoreString(Member(city, "cname"), kStCityNameKey, out);
-  field::StoreInt(Member(city, "code"), kStCityCodeKey, out);
+// "start_city" and "end_city" are read flat: their "cname" and "code" under
+// keys of the start's and the end's own.
+constexpr FieldRow kStartCityRows[] = {
+    StringField("cname", "st_cityname"),
+    IntField("code", "st_citycode"),
+};
+
+const FieldTable& StartCityTable() {
+  static const FieldTable table(kStartCityRows);
+  return table;
 }
 
-void ReadEndCity(cJSON* city, const CVString&, CVBundle& out) {
-  if (!UsableObject(city)) return;
-  field::StoreString(Member(city, "cname"), kEnCityNameKey, out);
-  field::StoreInt(Member(city, "code"), kEnCityCodeKey, out);
+constexpr FieldRow kEndCityRows[] = {
+    StringField("cname", "en_cityname"),
+    IntField("code", "en_citycode"),
+};
+
+const FieldTable& EndCityTable() {
+  static const FieldTable table(kEndCityRows);
+  return table;
 }
 
 // The keywords and cities of the status block, after the point flags.
-const FieldRow kStatusRows[] = {
+constexpr FieldRow kStatusRows[] = {
     StringField("s_wd", "st_keyword"),
     StringField("e_wd", "en_keyword"),
     BoolField("if_nav", "is_incity"),
-    CustomField("start_city", "start_city", ReadStartCity, 2),
-    CustomField("end_city", "end_city", ReadEndCity, 2),
+    FlatField("start_city", StartCityTable),
+    FlatField("end_city", EndCityTable),
 };
 
-const FieldRow kPlaceRows[] = {
+constexpr FieldRow kPlaceRows[] = {
     StringField("uid"),
     StringField("name"),
     StringField("addr"),
