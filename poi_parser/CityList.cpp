@@ -1,4 +1,4 @@
-// The parser class itself and the city list answer.
+// The city list answer and the city info record.
 #include "poi_parser/PoiJsonObjParser.h"
 
 #include <utility>

@@ -51,7 +51,7 @@ TEST(District, RefusalsKeepTheCurrentCity) {
   });
 }
 
-TEST(EspecialQuery, SplitsThePositionAtTheFirstComma) {
+TEST(CoordinateQuery, SplitsThePositionAtTheFirstComma) {
   testing_support::ExpectCases(P::ParseEspecialQueryRst, {
     {R"({"content":["1.5,2.25","12"]})", 1, R"({"x":1.5,"y":2.25,"level":12})"},
     {R"({"content":["1.5,2.5,3","12abc","ignored"]})", 1, R"({"x":1.5,"y":2.5,"level":12})"},

@@ -1,4 +1,4 @@
-// The nearby (circum) answer: the places found around a centre, with the
+// The circum search answer: the places found around a centre, with the
 // search's options, the current city and the hints, and the centre itself as
 // a list of places. The centre is mandatory, but it is read last.
 #include <utility>
