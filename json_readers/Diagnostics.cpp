@@ -6,7 +6,7 @@
 
 #include "json_readers/JsonAccess.h"
 
-namespace _quarn_vi {
+namespace _quarn_framework {
 
 namespace {
 
@@ -58,10 +58,9 @@ void FindPaths(const cJSON* root, const std::unordered_set<const cJSON*>& wanted
     // Visit `node`, whose path is `path`.
     if (wanted.count(node) != 0) found.emplace(node, path);
     if (found.size() == wanted.size()) return;
-    const int code = JsonTypeCode(node);
-    if ((code == cJSON_Object || code == cJSON_Array) && node->child != nullptr &&
-        entered.insert(node).second) {
-      stack.push_back(Level{node->child, 0, path.size(), code == cJSON_Object});
+    const cJSON* first = FirstChild(node);
+    if (first != nullptr && entered.insert(node).second) {
+      stack.push_back(Level{first, 0, path.size(), IsJsonObject(node)});
     }
     // The next node: the next child of the innermost container left.
     node = nullptr;
@@ -74,11 +73,11 @@ void FindPaths(const cJSON* root, const std::unordered_set<const cJSON*>& wanted
       node = top.next;
       path.resize(top.length);
       if (top.object) {
-        AppendMember(path, node->string);
+        AppendMember(path, MemberName(node));
       } else {
         path += '[' + std::to_string(top.index) + ']';
       }
-      top.next = node->next;
+      top.next = NextSibling(node);
       ++top.index;
       break;
     }
@@ -186,4 +185,4 @@ void SkipElement(const cJSON* element, const char* wanted) {
 
 }  // namespace diag
 
-}  // namespace _quarn_vi
+}  // namespace _quarn_framework

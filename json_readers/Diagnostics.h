@@ -26,7 +26,7 @@
 #include <string>
 #include <vector>
 
-namespace _quarn_vi {
+namespace _quarn_framework {
 
 class CVDiagnostics {
  public:
@@ -115,6 +115,12 @@ std::string Mismatch(const cJSON* node, const char* wanted);
 
 }  // namespace diag
 
+}  // namespace _quarn_framework
+
+// The names of earlier releases, for clients written against them.
+namespace _quarn_vi {
+using _quarn_framework::CVDiagnostics;
+using _quarn_framework::CVDiagnosticsScope;
 }  // namespace _quarn_vi
 
 #endif  // JSON_READERS_DIAGNOSTICS_H_

@@ -98,14 +98,14 @@ void FieldTable::Read(cJSON* object, CVBundle& out) const {
 }
 
 bool UsableObject(cJSON* member) {
-  if (_quarn_vi::IsJsonObject(member)) return true;
-  _quarn_vi::diag::SkipMember(member, "an object");
+  if (IsJsonObject(member)) return true;
+  diag::SkipMember(member, "an object");
   return false;
 }
 
 bool UsableArray(cJSON* member) {
-  if (_quarn_vi::IsJsonArray(member)) return true;
-  _quarn_vi::diag::SkipMember(member, "an array");
+  if (IsJsonArray(member)) return true;
+  diag::SkipMember(member, "an array");
   return false;
 }
 
@@ -118,35 +118,35 @@ constexpr const char kWantText[] = "text";
 
 int StoreInt(cJSON* member, const CVString& key, CVBundle& out) {
   int value = 0;
-  if (!_quarn_vi::JsonReadInt(member, &value)) return _quarn_vi::diag::SkipMember(member, kWantInt), 0;
+  if (!JsonReadInt(member, &value)) return diag::SkipMember(member, kWantInt), 0;
   out.SetInt(key, value);
   return 1;
 }
 
 int StoreBool(cJSON* member, const CVString& key, CVBundle& out) {
   bool value = false;
-  if (!_quarn_vi::JsonReadBool(member, &value)) return _quarn_vi::diag::SkipMember(member, kWantBool), 0;
+  if (!JsonReadBool(member, &value)) return diag::SkipMember(member, kWantBool), 0;
   out.SetBool(key, value ? 1 : 0);
   return 1;
 }
 
 int StoreString(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
-  if (!_quarn_vi::JsonReadText(member, &text)) return _quarn_vi::diag::SkipMember(member, kWantText), 0;
+  if (!JsonReadText(member, &text)) return diag::SkipMember(member, kWantText), 0;
   out.SetString(key, std::move(text));
   return 1;
 }
 
 int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
-  if (!_quarn_vi::IsJsonArray(member)) return _quarn_vi::diag::SkipMember(member, "an array of strings"), 0;
+  if (!IsJsonArray(member)) return diag::SkipMember(member, "an array of strings"), 0;
   CVBundle::StringArray texts;
-  for (cJSON* element : _quarn_vi::JsonElements(member)) {
+  for (cJSON* element : JsonElements(member)) {
     CVString text;
-    if (!_quarn_vi::IsJsonString(element) || !_quarn_vi::JsonReadText(element, &text)) {
-      _quarn_vi::diag::SkipElement(element, "a string");
+    if (!IsJsonString(element) || !JsonReadText(element, &text)) {
+      diag::SkipElement(element, "a string");
       continue;
     }
-    _quarn_vi::AppendByMove(texts, text);
+    AppendByMove(texts, text);
   }
   out.SetStringArray(key, std::move(texts));
   return 1;
@@ -154,7 +154,7 @@ int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
 
 int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
-  if (!_quarn_vi::JsonReadText(member, &text)) _quarn_vi::diag::SkipMember(member, kWantText);
+  if (!JsonReadText(member, &text)) diag::SkipMember(member, kWantText);
   if (text.IsEmpty()) return 0;
   out.SetString(key, std::move(text));
   return 1;
@@ -162,7 +162,7 @@ int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
 
 void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out) {
   int value = start;
-  if (!_quarn_vi::JsonReadInt(member, &value)) _quarn_vi::diag::SkipMember(member, kWantInt);
+  if (!JsonReadInt(member, &value)) diag::SkipMember(member, kWantInt);
   CVString text;
   text.Format(DecimalFormat(), value);
   out.SetString(key, std::move(text));
@@ -170,7 +170,7 @@ void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out
 
 void StoreIntAlways(cJSON* member, int start, IntConversion convert, const CVString& key, CVBundle& out) {
   int value = start;
-  if (!_quarn_vi::JsonReadInt(member, &value)) _quarn_vi::diag::SkipMember(member, kWantInt);
+  if (!JsonReadInt(member, &value)) diag::SkipMember(member, kWantInt);
   out.SetInt(key, convert != nullptr ? convert(value) : value);
 }
 
@@ -187,13 +187,13 @@ void StoreList(cJSON* member, const FieldTable& table, Keep keep, const CVString
   if (!UsableArray(member)) return;
   CVBundle::BundleArray records;
   bool any_element = false;
-  for (cJSON* element : _quarn_vi::JsonElements(member)) {
+  for (cJSON* element : JsonElements(member)) {
     any_element = true;
     CVBundle record;
     if (table.ReadRecord(element, record)) {
-      _quarn_vi::AppendByMove(records, record);
+      AppendByMove(records, record);
     } else {
-      _quarn_vi::diag::SkipElement(element, "an object");
+      diag::SkipElement(element, "an object");
     }
   }
   const bool store = keep == Keep::kPresent ? any_element : records.m_nSize >= 1;

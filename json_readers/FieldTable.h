@@ -161,7 +161,7 @@ class FieldTable {
   // The record of an object node: 1 after Read, or 0 with nothing stored for
   // a null or non-object node (the gate of every record operation).
   int ReadRecord(cJSON* node, CVBundle& out) const {
-    if (!_quarn_vi::IsJsonObject(node)) return 0;
+    if (!IsJsonObject(node)) return 0;
     Read(node, out);
     return 1;
   }
@@ -175,7 +175,7 @@ class FieldTable {
   const FieldRow* m_rows;
   int m_count;
   int m_maxKeys;
-  _quarn_vi::JsonMemberTable m_members;
+  JsonMemberTable m_members;
   // The row keys, permanent strings shared by every bundle that stores them.
   // Deliberately never freed: bundles may hold their storage until exit, and
   // the pointer keeps it reachable for leak checkers after the table's end.

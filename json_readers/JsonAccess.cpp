@@ -8,19 +8,21 @@
 
 #include "foundation/Utf8.h"
 
-namespace _quarn_vi {
+namespace _quarn_framework {
 
-cJSON* cJSON_GetObjectItem(cJSON* node, const char* name) {
+using _quarn_vi::Utf8SequenceAt;
+
+const cJSON* FindMember(const cJSON* node, const char* name) {
   if (!IsJsonObject(node) || name == nullptr) return nullptr;
-  for (cJSON* m = node->child; m != nullptr; m = m->next) {
+  for (const cJSON* m = node->child; m != nullptr; m = m->next) {
     if (m->string != nullptr && std::strcmp(m->string, name) == 0) return m;
   }
   return nullptr;
 }
 
-int cJSON_GetArraySize(cJSON* node) {
+int ArraySize(const cJSON* node) {
   int n = 0;
-  for (cJSON* e : JsonElements(node)) {
+  for (cJSON* e : JsonElements(const_cast<cJSON*>(node))) {
     (void)e;
     if (n == INT_MAX) break;
     ++n;
@@ -28,9 +30,9 @@ int cJSON_GetArraySize(cJSON* node) {
   return n;
 }
 
-cJSON* cJSON_GetArrayItem(cJSON* node, int index) {
+const cJSON* ArrayElement(const cJSON* node, int index) {
   if (index < 0) return nullptr;
-  for (cJSON* e : JsonElements(node)) {
+  for (cJSON* e : JsonElements(const_cast<cJSON*>(node))) {
     if (index-- == 0) return e;
   }
   return nullptr;
@@ -317,4 +319,4 @@ const char* JsonTypeName(const cJSON* value) {
   }
 }
 
-}  // namespace _quarn_vi
+}  // namespace _quarn_framework

@@ -10,9 +10,13 @@
 // (cJSON_IsReference, cJSON_StringIsConst); a type test is a null test
 // followed by an exact comparison of the masked code.
 //
-// Member names are compared case-sensitively (cJSON's own
-// cJSON_GetObjectItem ignores case). Arrays are walked with one cursor over
-// the sibling links: index loops over cJSON_GetArrayItem are quadratic.
+// Member names are compared case-sensitively. The accessors have names of
+// their own (FindMember, ArraySize, ArrayElement): cJSON's functions of the
+// contract's names behave differently (its member lookup ignores case), so
+// the contract's functions of those names (namespace _quarn_vi, at the end)
+// are thin wrappers that refuse a `const cJSON*` argument at compile time
+// rather than let cJSON's own be picked. Arrays are walked with one cursor
+// over the sibling links: index loops over ArrayElement are quadratic.
 //
 // Thread safety: all functions are reentrant; the tree is only read.
 #ifndef JSON_READERS_JSONACCESS_H_
@@ -26,7 +30,9 @@
 
 #include "foundation/VString.h"
 
-namespace _quarn_vi {
+namespace _quarn_framework {
+
+using _quarn_vi::CVString;
 
 // ---- Type tests -------------------------------------------------------------
 
@@ -41,16 +47,34 @@ inline bool IsJsonString(const cJSON* node) {
   return node != nullptr && JsonTypeCode(node) == cJSON_String;
 }
 
-// ---- The tree access functions of the parser's contract ----------------------
+// ---- Member lookup and array access ------------------------------------------
 
 // The member `name` of `node` (case-sensitive; the first of duplicate
-// members), or null when `node` is null, not an object, or has no such member.
-cJSON* cJSON_GetObjectItem(cJSON* node, const char* name);
-// The element count of an array; 0 for a null or non-array node.
-int cJSON_GetArraySize(cJSON* node);
+// members), or null when `node` or `name` is null, `node` is not an object,
+// or it has no such member. Linear in the object's members; to read many
+// members of one object, use JsonMemberTable.
+const cJSON* FindMember(const cJSON* node, const char* name);
+inline cJSON* FindMember(cJSON* node, const char* name) {
+  return const_cast<cJSON*>(FindMember(static_cast<const cJSON*>(node), name));
+}
+// The element count of an array; 0 for a null or non-array node. Linear.
+int ArraySize(const cJSON* node);
 // Element `index` of an array; null for a null or non-array node or an index
-// out of range.
-cJSON* cJSON_GetArrayItem(cJSON* node, int index);
+// out of range. Linear in `index`: walk with JsonElements instead.
+const cJSON* ArrayElement(const cJSON* node, int index);
+inline cJSON* ArrayElement(cJSON* node, int index) {
+  return const_cast<cJSON*>(ArrayElement(static_cast<const cJSON*>(node), index));
+}
+
+// The children of an object or array in order, for walks over a whole tree
+// (diagnostics): FirstChild is null for other nodes and empty containers,
+// NextSibling null after the last child. MemberName is a member's name (null
+// for an array element).
+inline const cJSON* FirstChild(const cJSON* node) {
+  return IsJsonObject(node) || IsJsonArray(node) ? node->child : nullptr;
+}
+inline const cJSON* NextSibling(const cJSON* node) { return node->next; }
+inline const char* MemberName(const cJSON* member) { return member->string; }
 
 // ---- Array walk -----------------------------------------------------------
 
@@ -170,6 +194,41 @@ int LeadingDecimalInt(const char* text, bool* digits = nullptr);
 // Writes the JSON name of a node's type ("string", "object", ...); for
 // diagnostics and messages.
 const char* JsonTypeName(const cJSON* value);
+
+}  // namespace _quarn_framework
+
+namespace _quarn_vi {
+
+// ---- The tree access functions of the parser's contract ----------------------
+// Thin wrappers over the accessors above, with their contracts. The deleted
+// `const cJSON*` forms make a call with a const node ambiguous with cJSON's
+// own function (which argument-dependent lookup also finds) instead of
+// silently calling it.
+
+inline cJSON* cJSON_GetObjectItem(cJSON* node, const char* name) {
+  return _quarn_framework::FindMember(node, name);
+}
+inline int cJSON_GetArraySize(cJSON* node) { return _quarn_framework::ArraySize(node); }
+inline cJSON* cJSON_GetArrayItem(cJSON* node, int index) {
+  return _quarn_framework::ArrayElement(node, index);
+}
+cJSON* cJSON_GetObjectItem(const cJSON* node, const char* name) = delete;
+int cJSON_GetArraySize(const cJSON* node) = delete;
+cJSON* cJSON_GetArrayItem(const cJSON* node, int index) = delete;
+
+// The accessors' names of earlier releases, for clients written against
+// them; new code names them in _quarn_framework.
+using _quarn_framework::IsJsonArray;
+using _quarn_framework::IsJsonObject;
+using _quarn_framework::IsJsonString;
+using _quarn_framework::JsonElements;
+using _quarn_framework::JsonReadBool;
+using _quarn_framework::JsonReadInt;
+using _quarn_framework::JsonReadText;
+using _quarn_framework::JsonReadTextToBuffer;
+using _quarn_framework::JsonStringBytes;
+using _quarn_framework::JsonTypeName;
+using _quarn_framework::LeadingDecimalInt;
 
 }  // namespace _quarn_vi
 

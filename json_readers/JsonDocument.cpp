@@ -23,7 +23,9 @@
 #include <simdjson.h>
 #endif
 
-namespace _quarn_vi {
+namespace _quarn_framework {
+
+using _quarn_vi::Utf8SequenceAt;
 
 namespace {
 
@@ -630,4 +632,4 @@ const char* CJsonDocument::DescribeRefusal(const char* text, size_t length, size
   return "unexpected character";
 }
 
-}  // namespace _quarn_vi
+}  // namespace _quarn_framework

@@ -59,7 +59,7 @@
 #include <cstddef>
 #include <memory>
 
-namespace _quarn_vi {
+namespace _quarn_framework {
 
 class CJsonDocument {
  public:
@@ -141,6 +141,11 @@ class CJsonDocument {
   mutable const char* m_leniency_message = "";
 };
 
+}  // namespace _quarn_framework
+
+// The name of earlier releases, for clients written against it.
+namespace _quarn_vi {
+using _quarn_framework::CJsonDocument;
 }  // namespace _quarn_vi
 
 #endif  // JSON_READERS_JSONDOCUMENT_H_

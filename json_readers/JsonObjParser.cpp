@@ -10,20 +10,18 @@
 
 namespace _quarn_framework {
 
-using _quarn_vi::cJSON_GetObjectItem;
-
 int CJsonObjParser::isParsePHPUI2Res = 0;
 
 int CJsonObjParser::GetJsonItem(cJSON* node, const char* name, int& value) {
-  return _quarn_vi::JsonReadInt(cJSON_GetObjectItem(node, name), &value) ? 1 : 0;
+  return JsonReadInt(FindMember(node, name), &value) ? 1 : 0;
 }
 
 int CJsonObjParser::GetJsonItem(cJSON* node, const char* name, CVString& value) {
-  return _quarn_vi::JsonReadText(cJSON_GetObjectItem(node, name), &value) ? 1 : 0;
+  return JsonReadText(FindMember(node, name), &value) ? 1 : 0;
 }
 
 int CJsonObjParser::GetJsonItem(cJSON* node, const char* name, char* buffer, int size, int) {
-  return _quarn_vi::JsonReadTextToBuffer(cJSON_GetObjectItem(node, name), buffer, size) ? 1 : 0;
+  return JsonReadTextToBuffer(FindMember(node, name), buffer, size) ? 1 : 0;
 }
 
 namespace {
@@ -109,7 +107,7 @@ bool ParseGeometry(const char* text, CComplexPt& geometry) {
 
 int CJsonObjParser::GetJsonItem(cJSON* node, const char* name, CComplexPt& value) {
   value.Clear();
-  const char* text = _quarn_vi::JsonStringBytes(cJSON_GetObjectItem(node, name));
+  const char* text = JsonStringBytes(FindMember(node, name));
   if (text == nullptr) return 0;
   if (!ParseGeometry(text, value)) {
     value.Clear();
@@ -119,26 +117,26 @@ int CJsonObjParser::GetJsonItem(cJSON* node, const char* name, CComplexPt& value
 }
 
 int CJsonObjParser::GetJsonArrayItem(cJSON* array, int index, int& value) {
-  return _quarn_vi::JsonReadInt(_quarn_vi::cJSON_GetArrayItem(array, index), &value) ? 1 : 0;
+  return JsonReadInt(ArrayElement(array, index), &value) ? 1 : 0;
 }
 
 int CJsonObjParser::GetJsonIntItem(cJSON* node, const char* name, const CVString& key,
                                    CVBundle& bundle) {
-  return field::StoreInt(cJSON_GetObjectItem(node, name), key, bundle);
+  return field::StoreInt(FindMember(node, name), key, bundle);
 }
 
 int CJsonObjParser::GetJsonStringItem(cJSON* node, const char* name, const CVString& key,
                                       CVBundle& bundle, int) {
-  return field::StoreString(cJSON_GetObjectItem(node, name), key, bundle);
+  return field::StoreString(FindMember(node, name), key, bundle);
 }
 
 int CJsonObjParser::GetJsonBoolItem(cJSON* node, const char* name, const CVString& key,
                                     CVBundle& bundle) {
-  return field::StoreBool(cJSON_GetObjectItem(node, name), key, bundle);
+  return field::StoreBool(FindMember(node, name), key, bundle);
 }
 
 int CJsonObjParser::GetJsonStringArray(cJSON* node, const char* name, CVBundle& bundle) {
-  return field::StoreStringArray(cJSON_GetObjectItem(node, name), CVString(name), bundle);
+  return field::StoreStringArray(FindMember(node, name), CVString(name), bundle);
 }
 
 namespace {
@@ -146,7 +144,7 @@ namespace {
 // "level" is always stored: 0 when absent or unreadable.
 void ReadCityLevel(cJSON* member, const CVString& key, CVBundle& out) {
   int level = 0;
-  if (!_quarn_vi::JsonReadInt(member, &level)) _quarn_vi::diag::SkipMember(member, "an integer");
+  if (!JsonReadInt(member, &level)) diag::SkipMember(member, "an integer");
   out.SetInt(key, level);
 }
 

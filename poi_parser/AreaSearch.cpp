@@ -10,9 +10,6 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonArray;
-using _quarn_vi::IsJsonObject;
-using _quarn_vi::JsonElements;
 
 namespace {
 
@@ -37,7 +34,7 @@ constexpr FieldRow kAreaOptionRows[] = {
 // stored when the member cannot be read as text.
 void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
-  if (!_quarn_vi::JsonReadText(member, &text)) return _quarn_vi::diag::SkipMember(member, "text");
+  if (!JsonReadText(member, &text)) return diag::SkipMember(member, "text");
   out.SetInt(key, text.IsEmpty() ? 0 : _quarn_vi::_wtoi(text.GetBuffer(0)));
 }
 
@@ -85,10 +82,10 @@ int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
   out.Reserve(out.GetCount() + option_table.MaxKeys() + 1 + kCurrentCityKeys + kHintKeys + kPoiPageKeys);
   option_table.Read(result, out);
 
-  StoreCurrentCityRecord(Member(root, "current_city"), out);
+  StoreCurrentCityRecord(FindMember(root, "current_city"), out);
   StoreHintRecords(root, SuggestStandsIn::kNo, out);
 
-  cJSON* place_info = Member(root, "place_info");
+  cJSON* place_info = FindMember(root, "place_info");
   if (place_info != nullptr) {
     UsableObject(place_info);  // any other type gives an empty "placeparam"
     CVBundle place_param;
@@ -96,7 +93,7 @@ int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
     out.SetBundle(kPlaceParamKey, std::move(place_param));
   }
 
-  StorePoiPage(Member(root, "content"), PageCount::kAlways, out);
+  StorePoiPage(FindMember(root, "content"), PageCount::kAlways, out);
   return 1;
 }
 
@@ -116,17 +113,17 @@ int CPoiJsonObjParser::ParseAreaMultiSearchRst(cJSON* root, CVBundle& out) {
   BundleArray summaries;
   for (cJSON* element : JsonElements(result_array)) {
     if (!IsJsonObject(element)) {
-      _quarn_vi::diag::RefuseNode(element, "an object");
+      diag::RefuseNode(element, "an object");
       return 0;
     }
     CVBundle summary;
     summary_table.Read(element, summary);
-    _quarn_vi::AppendByMove(summaries, summary);
+    AppendByMove(summaries, summary);
   }
   out.Reserve(out.GetCount() + 2);
   if (summaries.m_nSize >= 1) out.SetBundleArray(kResultKey, std::move(summaries));
 
-  cJSON* content = Member(root, "content");
+  cJSON* content = FindMember(root, "content");
   UsableArray(content);
   if (JsonElements(content).empty()) return 1;
   BundleArray lists;

@@ -9,8 +9,6 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonArray;
-using _quarn_vi::IsJsonObject;
 
 namespace {
 
@@ -38,9 +36,9 @@ int CPoiJsonObjParser::ParseCircumSearchRst(cJSON* root, CVBundle& out) {
   out.Reserve(out.GetCount() + option_table.MaxKeys() + 1 + kCurrentCityKeys + kHintKeys + kPoiPageKeys);
   option_table.Read(result, out);
 
-  StoreCurrentCityRecord(Member(root, "current_city"), out);
+  StoreCurrentCityRecord(FindMember(root, "current_city"), out);
   StoreHintRecords(root, SuggestStandsIn::kNo, out);
-  StorePoiPage(Member(root, "content"), PageCount::kOnlyIfArray, out);
+  StorePoiPage(FindMember(root, "content"), PageCount::kOnlyIfArray, out);
 
   cJSON* center = RequireObject(root, "center");
   if (center == nullptr) return 0;

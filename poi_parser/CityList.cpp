@@ -29,10 +29,10 @@ int CPoiJsonObjParser::ParseCityList(cJSON* root, CVBundle& out) {
   cJSON* citys = RequireObject(root, "traffic_citys");
   if (citys == nullptr) return 0;
 
-  StoreCurrentCityRecord(Member(citys, "current_city"), out);
+  StoreCurrentCityRecord(FindMember(citys, "current_city"), out);
 
   BundleArray cities;
-  cJSON* contents = Member(citys, "contents");
+  cJSON* contents = FindMember(citys, "contents");
   UsableArray(contents);
   int found = GetCityInfoArrayFromJson(contents, cities);
   if (found) {
@@ -44,7 +44,7 @@ int CPoiJsonObjParser::ParseCityList(cJSON* root, CVBundle& out) {
 }
 
 int CPoiJsonObjParser::GetCityInfoArrayFromJson(cJSON* node, BundleArray& cities) {
-  if (!_quarn_vi::IsJsonArray(node)) return 0;
+  if (!IsJsonArray(node)) return 0;
   AppendRecords(node, cities, GetCityInfoFromJson);
   return cities.m_nSize >= 1 ? 1 : 0;
 }

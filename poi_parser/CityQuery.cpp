@@ -8,7 +8,6 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonObject;
 
 namespace {
 
@@ -25,7 +24,7 @@ int DefaultLevel(int city_type) {
 // the city type that the first row of the same table has just stored.
 void ReadLevel(cJSON* member, const CVString& key, CVBundle& out) {
   int level = 0;
-  if (!_quarn_vi::JsonReadInt(member, &level)) _quarn_vi::diag::SkipMember(member, "an integer");
+  if (!JsonReadInt(member, &level)) diag::SkipMember(member, "an integer");
   if (level == 0) level = DefaultLevel(out.GetInt(kTypeKey));
   out.SetInt(key, level);
 }
@@ -62,16 +61,16 @@ constexpr FieldRow kAddressRows[] = {
 int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
   static const FieldTable table(kCityQueryRows);
   if (root == nullptr) return RefuseNoAnswer();
-  cJSON* content = Member(root, "content");
+  cJSON* content = FindMember(root, "content");
   if (content == nullptr) {
-    _quarn_vi::diag::RefuseMember(root, "content", nullptr, "an object");
+    diag::RefuseMember(root, "content", nullptr, "an object");
     return 0;
   }
   UsableObject(content);  // any other type reads as an empty object
   out.Reserve(out.GetCount() + table.MaxKeys() + kCurrentCityKeys);
   table.Read(content, out);
 
-  StoreCurrentCityRecord(Member(root, "current_city"), out);
+  StoreCurrentCityRecord(FindMember(root, "current_city"), out);
   return 1;
 }
 

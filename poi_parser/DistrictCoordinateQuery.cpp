@@ -11,9 +11,6 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonObject;
-using _quarn_vi::JsonElements;
-using _quarn_vi::JsonStringBytes;
 
 namespace {
 
@@ -31,11 +28,11 @@ const CVString kYKey = MakeKey("y");
 
 // The refusal of a district whose geometry gives no first point.
 void ReportNoPoint(cJSON* district, int geometry_read) {
-  cJSON* geo = Member(district, "geo");
-  if (geo == nullptr || !_quarn_vi::IsJsonString(geo)) {
-    _quarn_vi::diag::RefuseMember(district, "geo", geo, "a geometry text");
+  cJSON* geo = FindMember(district, "geo");
+  if (geo == nullptr || !IsJsonString(geo)) {
+    diag::RefuseMember(district, "geo", geo, "a geometry text");
   } else {
-    _quarn_vi::diag::Refuse(geo, geometry_read ? "geometry without a point" : "not a readable geometry");
+    diag::Refuse(geo, geometry_read ? "geometry without a point" : "not a readable geometry");
   }
 }
 
@@ -53,7 +50,7 @@ int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
   // Kept to the end: "level" comes from it even when it was not stored
   // (then it holds no "level" and GetInt gives 0).
   CVBundle current_city;
-  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, Member(root, "current_city"), current_city,
+  if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, FindMember(root, "current_city"), current_city,
                   "an object")) {
     out.SetBundle(kCurrentCityKey, current_city);  // shares the block: O(1)
   }
@@ -61,20 +58,20 @@ int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
   cJSON* content = RequireArray(root, "content");
   JsonElements contents(content);
   if (contents.empty()) {
-    if (content != nullptr) _quarn_vi::diag::Refuse(content, "1 element needed, 0 found");
+    if (content != nullptr) diag::Refuse(content, "1 element needed, 0 found");
     return 0;
   }
   cJSON* district = *contents.begin();
   CVBundle poi;
   if (!GetPoiContentFromJson(district, poi)) {
-    _quarn_vi::diag::RefuseNode(district, "an object");
+    diag::RefuseNode(district, "an object");
     return 0;
   }
 
   CComplexPt geometry;
   const int geometry_read = CJsonObjParser::GetJsonItem(district, "geo", geometry);
   if (geometry.GetPartSize() == 0 || geometry.GetPartContentSize(0) == 0) {
-    if (_quarn_vi::diag::Active()) ReportNoPoint(district, geometry_read);
+    if (diag::Active()) ReportNoPoint(district, geometry_read);
     return 0;
   }
 
@@ -100,33 +97,33 @@ int CPoiJsonObjParser::ParseEspecialQueryRst(cJSON* node, CVBundle& out) {
   if (content == nullptr) return 0;
   JsonElements elements(content);
   auto at = elements.begin();
-  if (!(at != elements.end())) return _quarn_vi::diag::Refuse(content, "2 elements needed, 0 found"), 0;
+  if (!(at != elements.end())) return diag::Refuse(content, "2 elements needed, 0 found"), 0;
   cJSON* position_node = *at;
   ++at;
-  if (!(at != elements.end())) return _quarn_vi::diag::Refuse(content, "2 elements needed, 1 found"), 0;
+  if (!(at != elements.end())) return diag::Refuse(content, "2 elements needed, 1 found"), 0;
   cJSON* level_node = *at;
 
   const char* position = JsonStringBytes(position_node);
-  if (position == nullptr) return _quarn_vi::diag::RefuseNode(position_node, "a string"), 0;
+  if (position == nullptr) return diag::RefuseNode(position_node, "a string"), 0;
   const char* comma = std::strchr(position, ',');
-  if (comma == nullptr) return _quarn_vi::diag::Refuse(position_node, "no ',' between x and y"), 0;
+  if (comma == nullptr) return diag::Refuse(position_node, "no ',' between x and y"), 0;
   const size_t x_length = static_cast<size_t>(comma - position);
   if (x_length >= kPositionBufferSize) {
-    if (_quarn_vi::diag::Active()) {
-      _quarn_vi::diag::Refuse(position_node, "x of " + std::to_string(x_length) + " bytes, at most " +
+    if (diag::Active()) {
+      diag::Refuse(position_node, "x of " + std::to_string(x_length) + " bytes, at most " +
                                                  std::to_string(kPositionBufferSize - 1) + " fit");
     }
     return 0;
   }
   const char* level = JsonStringBytes(level_node);
-  if (level == nullptr) return _quarn_vi::diag::RefuseNode(level_node, "a string"), 0;
+  if (level == nullptr) return diag::RefuseNode(level_node, "a string"), 0;
 
   char x_text[kPositionBufferSize];
   std::memcpy(x_text, position, x_length);
   std::memset(x_text + x_length, 0, kPositionBufferSize - x_length);
   out.SetDouble(kXKey, std::atof(x_text));
   out.SetDouble(kYKey, std::atof(comma + 1));
-  out.SetInt(kLevelKey, _quarn_vi::LeadingDecimalInt(level));
+  out.SetInt(kLevelKey, LeadingDecimalInt(level));
   return 1;
 }
 

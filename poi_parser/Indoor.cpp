@@ -10,7 +10,6 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonObject;
 
 namespace {
 
@@ -35,13 +34,13 @@ const CVString kPFlagKey = MakeKey("p_flag");
 // (LeadingDecimalInt). Anything but a string, and a text without a leading
 // number, gives three false flags; they are always stored.
 void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
-  const char* text = _quarn_vi::JsonStringBytes(member);
+  const char* text = JsonStringBytes(member);
   bool digits = false;
-  const unsigned bits = static_cast<unsigned>(_quarn_vi::LeadingDecimalInt(text, &digits));
+  const unsigned bits = static_cast<unsigned>(LeadingDecimalInt(text, &digits));
   if (text == nullptr) {
-    _quarn_vi::diag::SkipMember(member, "a string");
-  } else if (!digits && _quarn_vi::diag::Active()) {
-    _quarn_vi::diag::Skip(member, "text without a leading number");
+    diag::SkipMember(member, "a string");
+  } else if (!digits && diag::Active()) {
+    diag::Skip(member, "text without a leading number");
   }
   out.SetBool(t_key, (bits & 1u) != 0);
   out.SetBool(kWFlagKey, (bits & 2u) != 0);
@@ -83,19 +82,19 @@ int BadParameterError(cJSON* root) {
 // The page of an answer with an error status is not read: a "data" member
 // is reported as skipped, with the status that caused it.
 void ReportUnreadPage(cJSON* root, int status) {
-  cJSON* data = Member(root, "data");
+  cJSON* data = FindMember(root, "data");
   if (data == nullptr) return;
-  cJSON* status_node = Member(root, "errNo");
+  cJSON* status_node = FindMember(root, "errNo");
   int read = 0;
   std::string message = "not read: ";
   if (status_node == nullptr) {
     message += "the answer has no \"errNo\" (an unknown error)";
-  } else if (!_quarn_vi::JsonReadInt(status_node, &read)) {
+  } else if (!JsonReadInt(status_node, &read)) {
     message += "\"errNo\" is not an integer (an unknown error)";
   } else {
     message += "status is " + std::to_string(status) + ", not 0";
   }
-  _quarn_vi::diag::Skip(data, message);
+  diag::Skip(data, message);
 }
 
 }  // namespace
@@ -109,7 +108,7 @@ int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
   int status = -1;
   CJsonObjParser::GetJsonItem(root, "errNo", status);
   if (status != kServiceOk) {
-    if (_quarn_vi::diag::Active()) ReportUnreadPage(root, status);
+    if (diag::Active()) ReportUnreadPage(root, status);
     int error = kErrorUnknown;
     if (status == kServiceStatus5) {
       error = kErrorOfStatus5;

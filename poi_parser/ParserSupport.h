@@ -20,29 +20,24 @@ typedef CVArray<CVString, CVString&> StringArray;
 // A bundle key made once, at start-up: copies of it never touch its storage.
 inline CVString MakeKey(const char* text) { return CVString(text, CVString::Permanent()); }
 
-// The member `name` of `node`, or null (null or non-object node included).
-inline cJSON* Member(cJSON* node, const char* name) {
-  return _quarn_vi::cJSON_GetObjectItem(node, name);
-}
-
 // The status frame of an answer: "result" is an object whose "error" reads
 // as 0. The status starts at -1, so a "result" without a readable "error"
 // is refused.
 inline bool StatusFrameIsGood(cJSON* root) {
-  cJSON* result = Member(root, "result");
-  if (!_quarn_vi::IsJsonObject(result)) {
-    _quarn_vi::diag::RefuseMember(root, "result", result, "an object");
+  cJSON* result = FindMember(root, "result");
+  if (!IsJsonObject(result)) {
+    diag::RefuseMember(root, "result", result, "an object");
     return false;
   }
   int error = -1;
   CJsonObjParser::GetJsonItem(result, "error", error);
-  if (error != 0 && _quarn_vi::diag::Active() != nullptr) {
-    cJSON* status = Member(result, "error");
+  if (error != 0 && diag::Active() != nullptr) {
+    cJSON* status = FindMember(result, "error");
     int read = 0;
-    if (status == nullptr || !_quarn_vi::JsonReadInt(status, &read)) {
-      _quarn_vi::diag::RefuseMember(result, "error", status, "an integer");
+    if (status == nullptr || !JsonReadInt(status, &read)) {
+      diag::RefuseMember(result, "error", status, "an integer");
     } else {
-      _quarn_vi::diag::Refuse(status, "status is " + std::to_string(error) + ", not 0");
+      diag::Refuse(status, "status is " + std::to_string(error) + ", not 0");
     }
   }
   return error == 0;
@@ -50,18 +45,18 @@ inline bool StatusFrameIsGood(cJSON* root) {
 
 // The refusal of a null root.
 inline int RefuseNoAnswer() {
-  _quarn_vi::diag::Refuse(nullptr, "no answer");
+  diag::Refuse(nullptr, "no answer");
   return 0;
 }
 
 // Whether the root of an answer is an object; the refusal of a null or
 // non-object root is reported.
 inline bool RequireRootObject(cJSON* root) {
-  if (_quarn_vi::IsJsonObject(root)) return true;
+  if (IsJsonObject(root)) return true;
   if (root == nullptr) {
     RefuseNoAnswer();
   } else {
-    _quarn_vi::diag::RefuseNode(root, "an object");
+    diag::RefuseNode(root, "an object");
   }
   return false;
 }
@@ -69,15 +64,15 @@ inline bool RequireRootObject(cJSON* root) {
 // `parent`."`name`" when it is an object (an array for RequireArray);
 // otherwise null, with the refusal reported.
 inline cJSON* RequireObject(cJSON* parent, const char* name) {
-  cJSON* node = Member(parent, name);
-  if (_quarn_vi::IsJsonObject(node)) return node;
-  _quarn_vi::diag::RefuseMember(parent, name, node, "an object");
+  cJSON* node = FindMember(parent, name);
+  if (IsJsonObject(node)) return node;
+  diag::RefuseMember(parent, name, node, "an object");
   return nullptr;
 }
 inline cJSON* RequireArray(cJSON* parent, const char* name) {
-  cJSON* node = Member(parent, name);
-  if (_quarn_vi::IsJsonArray(node)) return node;
-  _quarn_vi::diag::RefuseMember(parent, name, node, "an array");
+  cJSON* node = FindMember(parent, name);
+  if (IsJsonArray(node)) return node;
+  diag::RefuseMember(parent, name, node, "an array");
   return nullptr;
 }
 
@@ -87,11 +82,11 @@ inline cJSON* RequireArray(cJSON* parent, const char* name) {
 // record names its missing "SEResult"). Returns build's result.
 template <class Build>
 int BuildMember(Build build, cJSON* member, CVBundle& record, const char* wanted) {
-  _quarn_vi::CVDiagnostics* diagnostics = _quarn_vi::diag::Active();
+  CVDiagnostics* diagnostics = diag::Active();
   const size_t reports = diagnostics != nullptr ? diagnostics->Reports().size() : 0;
   int result = build(member, record);
   if (result == 0 && diagnostics != nullptr && diagnostics->Reports().size() == reports) {
-    _quarn_vi::diag::SkipMember(member, wanted);
+    diag::SkipMember(member, wanted);
   }
   return result;
 }
@@ -103,12 +98,12 @@ int BuildMember(Build build, cJSON* member, CVBundle& record, const char* wanted
 // nothing.
 template <class Build>
 void AppendRecords(cJSON* array, BundleArray& records, Build build, const char* wanted = "an object") {
-  for (cJSON* element : _quarn_vi::JsonElements(array)) {
+  for (cJSON* element : JsonElements(array)) {
     CVBundle record;
     if (build(element, record)) {
-      _quarn_vi::AppendByMove(records, record);
+      AppendByMove(records, record);
     } else {
-      _quarn_vi::diag::SkipElement(element, wanted);
+      diag::SkipElement(element, wanted);
     }
   }
 }
@@ -132,7 +127,7 @@ inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
   static const CVString count_key = MakeKey("count");
   static const CVString pois_key = MakeKey("pois");
   if (UsableArray(contents)) {
-    out.SetInt(count_key, _quarn_vi::cJSON_GetArraySize(contents));
+    out.SetInt(count_key, ArraySize(contents));
   } else if (count_rule == PageCount::kAlways) {
     out.SetInt(count_key, 0);
   }
@@ -166,10 +161,10 @@ inline void StoreHintRecords(cJSON* holder, SuggestStandsIn stands_in, CVBundle&
   static const CVString suggest_key = MakeKey("suggest_query");
   CVBundle psrs;
   const bool has_psrs =
-      BuildMember(CPoiJsonObjParser::GetPsrsFromJson, Member(holder, "psrs"), psrs, "an object") == 1;
+      BuildMember(CPoiJsonObjParser::GetPsrsFromJson, FindMember(holder, "psrs"), psrs, "an object") == 1;
   if (has_psrs) out.SetBundle(py_correct_key, std::move(psrs));
   CVBundle suggest;
-  if (BuildMember(CPoiJsonObjParser::GetSuggestQueryFromJson, Member(holder, "suggest_query"), suggest,
+  if (BuildMember(CPoiJsonObjParser::GetSuggestQueryFromJson, FindMember(holder, "suggest_query"), suggest,
                   "an array") != 1) {
     return;
   }

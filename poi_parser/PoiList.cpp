@@ -10,7 +10,6 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonObject;
 
 namespace {
 
@@ -72,10 +71,10 @@ int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   place_param_table.Read(place_info, place_param);
   out.SetBundle(kPlaceParamKey, std::move(place_param));
 
-  StoreCurrentCityRecord(Member(poi_result, "current_city"), out);
-  StorePoiPage(Member(poi_result, "contents"), PageCount::kAlways, out);
+  StoreCurrentCityRecord(FindMember(poi_result, "current_city"), out);
+  StorePoiPage(FindMember(poi_result, "contents"), PageCount::kAlways, out);
 
-  field::StoreList(Member(poi_result, "addrs"), AddressTable(), Keep::kRecords, kAddrsKey, out);
+  field::StoreList(FindMember(poi_result, "addrs"), AddressTable(), Keep::kRecords, kAddrsKey, out);
 
   // The suggested-query record stands in for a missing psrs record.
   StoreHintRecords(poi_result, SuggestStandsIn::kYes, out);

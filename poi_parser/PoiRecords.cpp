@@ -10,11 +10,6 @@
 namespace _quarn_framework {
 
 using namespace internal;
-using _quarn_vi::IsJsonArray;
-using _quarn_vi::IsJsonObject;
-using _quarn_vi::IsJsonString;
-using _quarn_vi::JsonElements;
-using _quarn_vi::JsonStringBytes;
 
 namespace {
 
@@ -145,8 +140,8 @@ const FieldTable& DetailTable() {
 // widened, not decoded.
 void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
   char buffer[kTelBufferSize];
-  if (!_quarn_vi::JsonReadTextToBuffer(member, buffer, kTelBufferSize)) {
-    if (member != nullptr) _quarn_vi::diag::SkipMember(member, "text");
+  if (!JsonReadTextToBuffer(member, buffer, kTelBufferSize)) {
+    if (member != nullptr) diag::SkipMember(member, "text");
     return;
   }
   CJsonObjParser::ProcessTelNum(buffer);
@@ -161,17 +156,17 @@ void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
   CVString src_name;
   CJsonObjParser::GetJsonItem(ext, "src_name", src_name);
   if (src_name.IsEmpty()) {
-    if (_quarn_vi::diag::Active()) {
-      _quarn_vi::diag::SkipRequiredMember(ext, "src_name", Member(ext, "src_name"), "non-empty text");
+    if (diag::Active()) {
+      diag::SkipRequiredMember(ext, "src_name", FindMember(ext, "src_name"), "non-empty text");
     }
     return;
   }
   CVBundle place;
   place.Reserve(1 + DetailTable().MaxKeys());
   place.SetString(kSrcNameKey, std::move(src_name));
-  cJSON* detail = Member(ext, "detail_info");
+  cJSON* detail = FindMember(ext, "detail_info");
   if (!CPoiJsonObjParser::GetPoiDetailFromJson(detail, place) && detail != nullptr) {
-    _quarn_vi::diag::SkipMember(detail, "an object");
+    diag::SkipMember(detail, "an object");
   }
   out.SetBundle(key, std::move(place));
 }
@@ -207,20 +202,20 @@ constexpr FieldRow kPoiRows[] = {
 int CPoiJsonObjParser::GetPsrsFromJson(cJSON* node, CVBundle& out) {
   if (!IsJsonObject(node)) return 0;
   out.Reserve(out.GetCount() + 2);
-  field::StoreInt(Member(node, "SENum"), kNumKey, out);
-  cJSON* results = Member(node, "SEResult");
+  field::StoreInt(FindMember(node, "SENum"), kNumKey, out);
+  cJSON* results = FindMember(node, "SEResult");
   if (!IsJsonArray(results)) {
-    _quarn_vi::diag::SkipRequiredMember(node, "SEResult", results, "an array");
+    diag::SkipRequiredMember(node, "SEResult", results, "an array");
     return 0;
   }
   StringArray texts;
   for (cJSON* element : JsonElements(results)) {
     if (!IsJsonString(element)) {
-      _quarn_vi::diag::SkipElement(element, "a string");
+      diag::SkipElement(element, "a string");
       continue;
     }
     CVString text(JsonStringBytes(element));
-    _quarn_vi::AppendByMove(texts, text);
+    AppendByMove(texts, text);
   }
   if (texts.m_nSize >= 1) out.SetStringArray(kResultKey, std::move(texts));
   return 1;
@@ -231,20 +226,20 @@ int CPoiJsonObjParser::GetPsrsFromJson(cJSON* node, CVBundle& out) {
 int CPoiJsonObjParser::GetSuggestQueryFromJson(cJSON* node, CVBundle& out) {
   if (!IsJsonArray(node)) return 0;
   out.Reserve(out.GetCount() + 2);
-  out.SetInt(kNumKey, _quarn_vi::cJSON_GetArraySize(node));
+  out.SetInt(kNumKey, ArraySize(node));
   StringArray texts;
   for (cJSON* element : JsonElements(node)) {
     if (!IsJsonObject(element)) {
-      _quarn_vi::diag::SkipElement(element, "an object");
+      diag::SkipElement(element, "an object");
       continue;
     }
-    cJSON* query = Member(element, "query");
+    cJSON* query = FindMember(element, "query");
     if (!IsJsonString(query)) {
-      _quarn_vi::diag::SkipRequiredMember(element, "query", query, "a string");
+      diag::SkipRequiredMember(element, "query", query, "a string");
       continue;
     }
     CVString text = CJsonObjParser::ConvertTextByRule(JsonStringBytes(query));
-    _quarn_vi::AppendByMove(texts, text);
+    AppendByMove(texts, text);
   }
   if (texts.m_nSize >= 1) out.SetStringArray(kResultKey, std::move(texts));
   return 1;

@@ -45,10 +45,10 @@ const CVString kHasAddrListKey = MakeKey("hasAddrList");
 // Element `index` of an array, for indexes that never decrease from one call
 // to the next: the cursor walks on from where it stopped, so reading every
 // element of an array in order stays linear. Null past the end and for a null
-// or non-array node, as cJSON_GetArrayItem gives.
+// or non-array node, as ArrayElement gives.
 class ArrayCursor {
  public:
-  explicit ArrayCursor(cJSON* array) : m_at(_quarn_vi::JsonElements(array).begin()) {}
+  explicit ArrayCursor(cJSON* array) : m_at(JsonElements(array).begin()) {}
 
   cJSON* At(int index) {
     while (m_index < index && *m_at != nullptr) {
@@ -59,7 +59,7 @@ class ArrayCursor {
   }
 
  private:
-  _quarn_vi::JsonElements::iterator m_at;
+  JsonElements::iterator m_at;
   int m_index = 0;
 };
 
@@ -111,24 +111,24 @@ constexpr FieldRow kPlaceRows[] = {
 // that could. A point whose "city_list" element cannot be read stores
 // nothing at all, so the way point records after it move up one place.
 void ReadPointFlags(cJSON* city_list, cJSON* prio_flag, cJSON* wp_wd, CVBundle& info) {
-  const int count = _quarn_vi::cJSON_GetArraySize(city_list);
+  const int count = ArraySize(city_list);
   if (count >= 1) UsableArray(prio_flag);
   if (count >= 3) UsableArray(wp_wd);
   ArrayCursor cities(city_list);
   ArrayCursor prios(prio_flag);
-  ArrayCursor keywords(_quarn_vi::IsJsonArray(wp_wd) ? wp_wd : nullptr);
+  ArrayCursor keywords(IsJsonArray(wp_wd) ? wp_wd : nullptr);
   int city_flag = 0;
   int prio = 0;
   BundleArray waypoints;
   for (int i = 0; i < count; ++i) {
     cJSON* prio_item = prios.At(i);  // the cursors advance in step with i
     cJSON* keyword = i >= 1 ? keywords.At(i - 1) : nullptr;
-    if (!_quarn_vi::JsonReadInt(cities.At(i), &city_flag)) {
-      _quarn_vi::diag::SkipElement(cities.At(i), "an integer");
+    if (!JsonReadInt(cities.At(i), &city_flag)) {
+      diag::SkipElement(cities.At(i), "an integer");
       continue;
     }
-    if (!_quarn_vi::JsonReadInt(prio_item, &prio) && prio_item != nullptr) {
-      _quarn_vi::diag::SkipElement(prio_item, "an integer");
+    if (!JsonReadInt(prio_item, &prio) && prio_item != nullptr) {
+      diag::SkipElement(prio_item, "an integer");
     }
     if (i == 0) {
       info.SetBool(kHaveStCityListKey, city_flag == 1);
@@ -141,13 +141,13 @@ void ReadPointFlags(cJSON* city_list, cJSON* prio_flag, cJSON* wp_wd, CVBundle& 
       CVBundle waypoint;
       waypoint.SetBool(kHaveWpCityListKey, city_flag == 1);
       waypoint.SetBool(kHaveWpPrioKey, prio == 1);
-      if (_quarn_vi::IsJsonString(keyword)) {
+      if (IsJsonString(keyword)) {
         waypoint.SetString(kWpKeywordKey,
-                           CJsonObjParser::ConvertTextByRule(_quarn_vi::JsonStringBytes(keyword)));
+                           CJsonObjParser::ConvertTextByRule(JsonStringBytes(keyword)));
       } else if (keyword != nullptr) {
-        _quarn_vi::diag::SkipElement(keyword, "a string");
+        diag::SkipElement(keyword, "a string");
       }
-      _quarn_vi::AppendByMove(waypoints, waypoint);
+      AppendByMove(waypoints, waypoint);
     }
   }
 }
@@ -174,7 +174,7 @@ const EndKeys kEndKeys = {"end", kHaveEnCityListKey, kHaveEnPrioKey,
 // when exactly one place was read) and the candidates in `out` when there is
 // at least one. Returns true when candidates were stored.
 bool ReadEndCandidates(cJSON* content, const EndKeys& keys, CVBundle& info, CVBundle& out) {
-  cJSON* candidates = Member(content, keys.member);
+  cJSON* candidates = FindMember(content, keys.member);
   const bool as_cities = info.GetBool(keys.city_list) != 0;
   UsableArray(candidates);
   BundleArray found;
@@ -240,13 +240,13 @@ bool ReadWaypoints(cJSON* list, bool second_form, CVBundle& info, CVBundle& out)
     for (int k = 0; k < statuses->m_nSize; ++k) {
       cJSON* candidates = elements.At(k);
       if (second_form) {
-        if (candidates != nullptr && !_quarn_vi::IsJsonObject(candidates)) {
-          _quarn_vi::diag::SkipElement(candidates, "an object");
+        if (candidates != nullptr && !IsJsonObject(candidates)) {
+          diag::SkipElement(candidates, "an object");
         }
-        candidates = Member(candidates, "way_points");
+        candidates = FindMember(candidates, "way_points");
       }
       CVBundle result = WaypointResult(statuses->m_pData[k], candidates, second_form, &stored);
-      _quarn_vi::AppendByMove(results, result);
+      AppendByMove(results, result);
     }
     if (results.m_nSize >= 1) out.SetBundleArray(kWaypointsResultKey, std::move(results));
   }
@@ -267,10 +267,10 @@ class TextModeReset {
 
 int CPoiJsonObjParser::GetRPAddrResInfoFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kStatusRows);
-  if (!_quarn_vi::IsJsonObject(node)) return 0;
-  cJSON* city_list = Member(node, "city_list");
+  if (!IsJsonObject(node)) return 0;
+  cJSON* city_list = FindMember(node, "city_list");
   if (UsableArray(city_list)) {
-    ReadPointFlags(city_list, Member(node, "prio_flag"), Member(node, "wp_wd"), out);
+    ReadPointFlags(city_list, FindMember(node, "prio_flag"), FindMember(node, "wp_wd"), out);
   }
   table.Read(node, out);
   return 1;
@@ -278,14 +278,14 @@ int CPoiJsonObjParser::GetRPAddrResInfoFromJson(cJSON* node, CVBundle& out) {
 
 int CPoiJsonObjParser::GetRPAddrListFromJson(cJSON* node, BundleArray& places) {
   static const FieldTable table(kPlaceRows);
-  if (!_quarn_vi::IsJsonArray(node)) return 0;
+  if (!IsJsonArray(node)) return 0;
   // One record serves every element and is not cleared: a member missing in
   // an element keeps the value that an earlier element stored. Each append
   // takes a copy (shared until the record's next change).
   CVBundle place;
-  for (cJSON* element : _quarn_vi::JsonElements(node)) {
-    if (!_quarn_vi::IsJsonObject(element)) {
-      _quarn_vi::diag::SkipElement(element, "an object");
+  for (cJSON* element : JsonElements(node)) {
+    if (!IsJsonObject(element)) {
+      diag::SkipElement(element, "an object");
       continue;
     }
     table.Read(element, place);
@@ -310,13 +310,13 @@ int CPoiJsonObjParser::ParseRouteAddrRst(cJSON* root, CVBundle& out) {
 int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
   if (root == nullptr) return RefuseNoAnswer();
   CVBundle info;
-  BuildMember(GetRPAddrResInfoFromJson, Member(root, "result"), info, "an object");
-  StoreCurrentCityRecord(Member(root, "current_city"), out);
-  cJSON* content = Member(root, "content");
+  BuildMember(GetRPAddrResInfoFromJson, FindMember(root, "result"), info, "an object");
+  StoreCurrentCityRecord(FindMember(root, "current_city"), out);
+  cJSON* content = FindMember(root, "content");
   if (UsableObject(content)) {
     ReadEndCandidates(content, kStartKeys, info, out);
     ReadEndCandidates(content, kEndKeys, info, out);
-    ReadWaypoints(Member(content, "waypoints"), false, info, out);
+    ReadWaypoints(FindMember(content, "waypoints"), false, info, out);
   }
   out.SetBundle(kAddressInfoKey, std::move(info));
   return 1;
@@ -329,21 +329,21 @@ int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
 int CPoiJsonObjParser::ParseRouteAddrPHPUI2Rst(cJSON* root, CVBundle& out) {
   if (root == nullptr) return RefuseNoAnswer();
   if (!StatusFrameIsGood(root)) return 0;
-  cJSON* pois = Member(root, "traffic_pois");
-  cJSON* option = Member(pois, "option");
+  cJSON* pois = FindMember(root, "traffic_pois");
+  cJSON* option = FindMember(pois, "option");
   if (pois == nullptr || option == nullptr) {
-    if (option == nullptr && _quarn_vi::IsJsonObject(pois)) {
-      _quarn_vi::diag::RefuseMember(pois, "option", nullptr, "an object");
+    if (option == nullptr && IsJsonObject(pois)) {
+      diag::RefuseMember(pois, "option", nullptr, "an object");
     } else {
-      _quarn_vi::diag::RefuseMember(root, "traffic_pois", pois, "an object");
+      diag::RefuseMember(root, "traffic_pois", pois, "an object");
     }
     return 0;
   }
 
   CVBundle info;
   BuildMember(GetRPAddrResInfoFromJson, option, info, "an object");
-  StoreCurrentCityRecord(Member(pois, "current_city"), out);
-  cJSON* content = Member(pois, "content");
+  StoreCurrentCityRecord(FindMember(pois, "current_city"), out);
+  cJSON* content = FindMember(pois, "content");
   if (UsableObject(content)) {
     bool any = false;
     if (!info.GetBool(kHaveStPrioKey) && ReadEndCandidates(content, kStartKeys, info, out)) {
@@ -352,7 +352,7 @@ int CPoiJsonObjParser::ParseRouteAddrPHPUI2Rst(cJSON* root, CVBundle& out) {
     if (!info.GetBool(kHaveEnPrioKey) && ReadEndCandidates(content, kEndKeys, info, out)) {
       any = true;
     }
-    if (ReadWaypoints(Member(content, "multi_waypoints"), true, info, out)) any = true;
+    if (ReadWaypoints(FindMember(content, "multi_waypoints"), true, info, out)) any = true;
     out.SetBool(kHasAddrListKey, any);
   }
   out.SetBundle(kAddressInfoKey, std::move(info));
