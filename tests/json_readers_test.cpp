@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "TestSupport.h"
 
@@ -264,8 +265,66 @@ TEST(JsonAccess, AccessorsKeepToTheirNodeTypes) {
   // A string created as a constant carries a flag bit above the type code.
   cJSON* obj = cJSON_CreateObject();
   cJSON_AddItemToObject(obj, "s", cJSON_CreateStringReference("ref"));
-  EXPECT_TRUE(_quarn_vi::IsJsonString(_quarn_vi::cJSON_GetObjectItem(obj, "s")));
+  EXPECT_TRUE(_quarn_framework::IsJsonString(_quarn_framework::FindMember(obj, "s")));
   cJSON_Delete(obj);
+}
+
+// The one-pass lookup must give, for every name of its table, exactly what a
+// member-by-member search gives: the first member of that exact name.
+struct MemberTableCase {
+  const char* object;
+  std::vector<const char*> names;
+};
+
+const MemberTableCase kMemberTableCases[] = {
+    // Duplicate members: the first one wins, for every slot of the name.
+    {R"({"a":1,"b":2,"a":3,"b":4})", {"a", "b", "a"}},
+    // Case, prefixes and the empty name are different names.
+    {R"({"Name":1,"name":2,"nam":3,"names":4,"":5})", {"name", "Name", "nam", "", "names", "NAME"}},
+    // Over 16 bytes: equal first and last eight bytes and length, another middle.
+    {R"({"abcdefgh_one_stuvwxyz":1,"abcdefgh_two_stuvwxyz":2,"abcdefgh_onestuvwxyz":3})",
+     {"abcdefgh_two_stuvwxyz", "abcdefgh_one_stuvwxyz", "abcdefgh_six_stuvwxyz", "abcdefgh_onestuvwxyz"}},
+    // Between 8 and 16 bytes the head and tail overlap.
+    {R"({"abcdefghij":1,"abcdefghXj":2,"abcdefgh":3,"abcdefghi":4})",
+     {"abcdefghXj", "abcdefghij", "abcdefgh", "abcdefghi", "abcdefgh_"}},
+    // Members that the table does not name, and names the object lacks.
+    {R"({"x":1,"y":{"a":2},"z":[3]})", {"a", "y", "w", "z"}},
+    {R"({})", {"a"}},
+    // Not an object: every slot is null.
+    {R"([{"a":1}])", {"a"}},
+    {R"("a")", {"a"}},
+};
+
+TEST(JsonMemberTable, GathersWhatAMemberByMemberSearchFinds) {
+  for (const MemberTableCase& c : kMemberTableCases) {
+    SCOPED_TRACE(c.object);
+    Json root = ParseJson(c.object);
+    const _quarn_framework::JsonMemberTable table(c.names.data(), static_cast<int>(c.names.size()));
+    std::vector<cJSON*> slots(c.names.size(), reinterpret_cast<cJSON*>(&slots));
+    table.Gather(root.get(), slots.data());
+    for (size_t i = 0; i < c.names.size(); ++i) {
+      EXPECT_EQ(slots[i], _quarn_framework::FindMember(root.get(), c.names[i])) << c.names[i];
+    }
+  }
+  // Many long names that differ only in their middle bytes share a hash
+  // bucket neighbourhood; each still finds its own member.
+  std::string object = "{";
+  std::vector<std::string> names;
+  for (int i = 0; i < 40; ++i) {
+    names.push_back("prefix__" + std::to_string(i * 7919) + "__suffix");
+    object += (i ? ",\"" : "\"") + names.back() + "\":" + std::to_string(i);
+  }
+  object += "}";
+  Json root = ParseJson(object);
+  std::vector<const char*> texts;
+  for (const std::string& n : names) texts.push_back(n.c_str());
+  const _quarn_framework::JsonMemberTable table(texts.data(), static_cast<int>(texts.size()));
+  std::vector<cJSON*> slots(texts.size());
+  table.Gather(root.get(), slots.data());
+  for (size_t i = 0; i < texts.size(); ++i) {
+    ASSERT_NE(slots[i], nullptr) << texts[i];
+    EXPECT_EQ(slots[i]->valueint, static_cast<int>(i)) << texts[i];
+  }
 }
 
 }  // namespace
