@@ -69,9 +69,6 @@ int GetSubSearchPoisFromJson(cJSON* node, CVBundle& list) {
 
 }  // namespace
 
-// Refused only for a root or "result" that is not an object, with nothing
-// stored. Everything else is at the root; "place_info" of any type gives a
-// "placeparam", and "count" is always stored (0 without a "content" array).
 int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kAreaOptionRows);
   static const FieldTable place_param_table(kAreaPlaceParamRows);
@@ -97,11 +94,6 @@ int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
   return 1;
 }
 
-// Refused, with nothing stored, for a root or "result" that is not an object,
-// a "result_array" that is not an array, or any element of it that is not an
-// object. "result" holds the summaries when there is at least one; "content"
-// holds one "cont" list per array element of a non-empty "content", other
-// elements skipped (so positions may shift), and is stored even when empty.
 int CPoiJsonObjParser::ParseAreaMultiSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable summary_table(kSummaryRows);
   if (!RequireRootObject(root)) return 0;

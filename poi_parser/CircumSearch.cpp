@@ -22,11 +22,6 @@ constexpr FieldRow kCircumOptionRows[] = {
 
 }  // namespace
 
-// Refused with nothing stored for a root or "result" that is not an object.
-// "count" is stored only for a "content" array. A "center" that is not an
-// object, or whose "poi" is not an array, refuses the answer after the
-// options, hints and page of places have been stored; a centre without any
-// record is accepted without "center_points".
 int CPoiJsonObjParser::ParseCircumSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kCircumOptionRows);
   if (!RequireRootObject(root)) return 0;

@@ -55,9 +55,6 @@ constexpr FieldRow kAddressRows[] = {
 
 }  // namespace
 
-// Refused (nothing stored) only for a null root or one without "content";
-// "content" of another type than an object reads as empty. The current city
-// is the root's, not a member of "content".
 int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
   static const FieldTable table(kCityQueryRows);
   if (root == nullptr) return RefuseNoAnswer();

@@ -38,11 +38,6 @@ void ReportNoPoint(cJSON* district, int geometry_read) {
 
 }  // namespace
 
-// Refusals and what is stored by then: a null root or a "result" that is not
-// an object: nothing; a "content" that is not a non-empty array, a first
-// element that is not an object (no POI record), or a geometry without a
-// point: "current_city" when the answer has one. The POI record of the first
-// element is a gate only and is not stored.
 int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
   if (root == nullptr) return RefuseNoAnswer();
   if (RequireObject(root, "result") == nullptr) return 0;
@@ -84,13 +79,6 @@ int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
   return 1;
 }
 
-// "content" is ["x,y", "level"]: the position split at its first comma, the
-// x part through a buffer of kPositionBufferSize bytes. Refused with nothing
-// stored: a node that is not an object, "content" not an array of at least
-// two elements, an element 0 that is not a string, a position without a
-// comma or with an x part too long for the buffer, and an element 1 that is
-// not a string. The position is read as atof reads it (C locale), the level
-// as atoi reads it, saturated beyond int32 (LeadingDecimalInt).
 int CPoiJsonObjParser::ParseEspecialQueryRst(cJSON* node, CVBundle& out) {
   if (!RequireRootObject(node)) return 0;
   cJSON* content = RequireArray(node, "content");

@@ -99,9 +99,6 @@ void ReportUnreadPage(cJSON* root, int status) {
 
 }  // namespace
 
-// Returns 0, storing nothing, for a root that is not an object and for a
-// success status without a "data" object. An error status returns 1 with at
-// most "errNo"; an answer without "errNo" is an unknown error.
 int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
   static const FieldTable page_table(kPageRows);
   if (!RequireRootObject(root)) return 0;

@@ -46,10 +46,6 @@ const FieldTable& AddressTable() {
 
 }  // namespace
 
-// Refusals and what is stored by then: a null root, a bad status frame, or a
-// nonzero "error": nothing; "poi_result" or "option" not an object:
-// "search_type"; "place_info" not an object: also the option keys. Nothing
-// after "place_info" refuses the answer.
 int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kOptionRows);
   static const FieldTable place_param_table(kPlaceParamRows);

@@ -196,9 +196,6 @@ constexpr FieldRow kPoiRows[] = {
 
 // ---- Hint records --------------------------------------------------------------
 
-// "SENum" under "num", then the string elements of "SEResult" under "result",
-// their bytes widened whatever the text mode says. Refused without an array
-// "SEResult" ("num" may then be stored already).
 int CPoiJsonObjParser::GetPsrsFromJson(cJSON* node, CVBundle& out) {
   if (!IsJsonObject(node)) return 0;
   out.Reserve(out.GetCount() + 2);
@@ -221,8 +218,6 @@ int CPoiJsonObjParser::GetPsrsFromJson(cJSON* node, CVBundle& out) {
   return 1;
 }
 
-// The element count under "num", then the "query" texts of the object
-// elements under "result", each converted by the text rule.
 int CPoiJsonObjParser::GetSuggestQueryFromJson(cJSON* node, CVBundle& out) {
   if (!IsJsonArray(node)) return 0;
   out.Reserve(out.GetCount() + 2);

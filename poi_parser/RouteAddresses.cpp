@@ -7,6 +7,7 @@
 // in the status block. The result holds the candidates of each point, one way
 // point result record per way point, and the address info record completed
 // with the start's and end's counts and priority flags.
+#include <cassert>
 #include <cstddef>
 #include <utility>
 
@@ -50,7 +51,10 @@ class ArrayCursor {
  public:
   explicit ArrayCursor(cJSON* array) : m_at(JsonElements(array).begin()) {}
 
+  // REQUIRES: index >= the index of the previous call.
   cJSON* At(int index) {
+    assert(index >= m_last);
+    m_last = index;
     while (m_index < index && *m_at != nullptr) {
       ++m_at;
       ++m_index;
@@ -61,6 +65,7 @@ class ArrayCursor {
  private:
   JsonElements::iterator m_at;
   int m_index = 0;
+  int m_last = 0;  // the index of the previous call, for the assertion
 };
 
 // "start_city" and "end_city" are read flat: their "cname" and "code" under
@@ -304,9 +309,6 @@ int CPoiJsonObjParser::ParseRouteAddrRst(cJSON* root, CVBundle& out) {
   return ParseRouteAddrPHPUI2Rst(root, out);
 }
 
-// First form: the status block is the root's "result"; "current_city" and
-// the candidates object "content" lie at the root. Only a null root is
-// refused.
 int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
   if (root == nullptr) return RefuseNoAnswer();
   CVBundle info;
@@ -322,10 +324,6 @@ int CPoiJsonObjParser::ParseRouteAddrPHPUIRst(cJSON* root, CVBundle& out) {
   return 1;
 }
 
-// Second form: a status frame, then "traffic_pois" with the status block
-// "option", "current_city" and "content". A point that already has a
-// priority match keeps it and its candidates are not read. "hasAddrList"
-// tells whether any candidates were stored.
 int CPoiJsonObjParser::ParseRouteAddrPHPUI2Rst(cJSON* root, CVBundle& out) {
   if (root == nullptr) return RefuseNoAnswer();
   if (!StatusFrameIsGood(root)) return 0;
