@@ -36,6 +36,9 @@ TEST(Indoor, PageAndPoiList) {
      R"({"page_num":1,"poi_num":0})"},
     {R"({"errNo":0,"data":{"poi_list":[{"uid":"1"},null,{"uid":"2"}]}})", 1,
      R"({"poi_list":[{"uid":"1",)" NO_FLAGS R"(},{"uid":"2",)" NO_FLAGS "}]}"},
+    // A non-empty list is stored even when no element gives a record.
+    {R"({"errNo":0,"data":{"poi_list":[null,"a"]}})", 1, R"({"poi_list":[]})"},
+    {R"({"errNo":0,"data":{"poi_list":{"uid":"1"}}})", 1, "{}"},
   });
 }
 
