@@ -54,7 +54,13 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
 
 void FieldTable::Read(cJSON* object, CVBundle& out) const {
   cJSON* slots[kMaxRows];
-  m_members.Gather(object, slots);
+  // A table of one row (a nested object holding one list) looks its member
+  // up directly: cheaper than hashing every member's name.
+  if (m_count == 1) {
+    slots[0] = FindMember(object, m_rows[0].member);
+  } else {
+    m_members.Gather(object, slots);
+  }
   out.Reserve(out.GetCount() + m_maxKeys);
   for (int i = 0; i < m_count; ++i) {
     const FieldRow& row = m_rows[i];
