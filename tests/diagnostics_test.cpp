@@ -62,8 +62,8 @@ void InstallHeapCounter() {}
 namespace {
 
 using _quarn_vi::CVBundle;
-using _quarn_vi::CVDiagnostics;
-using _quarn_vi::CVDiagnosticsScope;
+using _quarn_framework::CVDiagnostics;
+using _quarn_framework::CVDiagnosticsScope;
 using testing_support::Json;
 using testing_support::Op;
 using testing_support::P;

@@ -276,7 +276,7 @@ TEST(HostileInput, NumbersBeyondInt32) {
 // hand-built tree may have it); or has it replaced by "".
 void ForEachString(cJSON* node, void (*change)(cJSON*)) {
   for (; node != nullptr; node = node->next) {
-    if (_quarn_vi::IsJsonString(node)) change(node);
+    if (_quarn_framework::IsJsonString(node)) change(node);
     ForEachString(node->child, change);
   }
 }
@@ -484,12 +484,12 @@ struct Outcome {
 
 Outcome RunDiagnosed(const testing_support::ExampleOp& example, cJSON* root, cJSON* node) {
   testing_support::TextModeScope mode(example.utf8);
-  _quarn_vi::CVDiagnostics diagnostics;
+  _quarn_framework::CVDiagnostics diagnostics;
   CVBundle bundle;
   P::BundleArray array;
   Outcome outcome;
   {
-    _quarn_vi::CVDiagnosticsScope scope(diagnostics);
+    _quarn_framework::CVDiagnosticsScope scope(diagnostics);
     outcome.result = example.op != nullptr ? example.op(node, bundle) : example.array_op(node, array);
   }
   bundle.SetBundleArray("*", std::move(array));
@@ -532,13 +532,13 @@ TEST(HostileInput, TreesBuiltThroughTheApiHaveNoDepthLimit) {
   cJSON* root = cJSON_CreateObject();
   cJSON_AddItemToObject(root, "deep", deep);
   cJSON_AddNumberToObject(cJSON_AddObjectToObject(root, "result"), "error", 1);
-  _quarn_vi::CVDiagnostics diagnostics;
+  _quarn_framework::CVDiagnostics diagnostics;
   CVBundle bundle;
   {
-    _quarn_vi::CVDiagnosticsScope scope(diagnostics);
+    _quarn_framework::CVDiagnosticsScope scope(diagnostics);
     EXPECT_EQ(P::ParsePoiListRst(root, bundle), 0);
   }
-  diagnostics.Add({_quarn_vi::CVDiagnostics::kSkipped, Bottom(deep), nullptr, nullptr, "the bottom"});
+  diagnostics.Add({_quarn_framework::CVDiagnostics::kSkipped, Bottom(deep), nullptr, nullptr, "the bottom"});
   const auto resolved = diagnostics.Resolve(root);
   ASSERT_EQ(resolved.size(), 2u);
   EXPECT_EQ(resolved[0].path, "$.result.error");

@@ -250,9 +250,9 @@ TEST(JsonAccess, LeadingDecimalIntReadsAsAtoiAndSaturates) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text != nullptr ? c.text : "(null)");
     bool digits = !c.digits;
-    EXPECT_EQ(_quarn_vi::LeadingDecimalInt(c.text, &digits), c.value);
+    EXPECT_EQ(_quarn_framework::LeadingDecimalInt(c.text, &digits), c.value);
     EXPECT_EQ(digits, c.digits);
-    EXPECT_EQ(_quarn_vi::LeadingDecimalInt(c.text), c.value);
+    EXPECT_EQ(_quarn_framework::LeadingDecimalInt(c.text), c.value);
   }
 }
 
