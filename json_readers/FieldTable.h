@@ -18,6 +18,7 @@
 #ifndef JSON_READERS_FIELDTABLE_H_
 #define JSON_READERS_FIELDTABLE_H_
 
+#include <cassert>
 #include <cstddef>
 #include <vector>
 
@@ -169,7 +170,11 @@ class FieldTable {
   // The most keys a Read can add (for sizing a record's block): one per
   // row, a flat row's nested table's own, a custom row's declared count.
   int MaxKeys() const { return m_maxKeys; }
-  const CVString& Key(int row) const { return m_keys[row]; }
+  // The bundle key of row `row`. REQUIRES: 0 <= row < the row count.
+  const CVString& Key(int row) const {
+    assert(row >= 0 && row < m_count);
+    return m_keys[row];
+  }
 
  private:
   const FieldRow* m_rows;

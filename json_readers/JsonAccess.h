@@ -112,10 +112,13 @@ class JsonElements {
 // the object must be NUL-terminated (cJSON's are).
 class JsonMemberTable {
  public:
+  // REQUIRES: 0 <= count < 65535; the `count` names are NUL-terminated and
+  // outlive the table (they are not copied).
   JsonMemberTable(const char* const* names, int count);
 
   int Count() const { return static_cast<int>(m_names.size()); }
 
+  // REQUIRES: `slots` has room for Count() pointers.
   // Sets slots[i] (Count() of them) to the member of `object` named
   // names[i], the first one when the name repeats, or null. A null or
   // non-object `object` gives all nulls.
