@@ -1,7 +1,8 @@
 // The registry of the parser's operations and of the answer kinds that name
-// them: one table that the poiparse tool, the tests, the fuzz targets and the
-// benchmarks all read, so that an operation added to CPoiJsonObjParser is
-// added here once and reaches all of them.
+// them: what the poiparse tool, the tests and the fuzz targets read (and any
+// client that needs "every operation" or "the operation for this answer"),
+// so that an operation added to CPoiJsonObjParser is added here once and
+// reaches all of them.
 //
 // Two tables:
 //   - ParserOperations(): every public operation of CPoiJsonObjParser, the
@@ -19,8 +20,8 @@
 // Detection (DetectAnswerKind) tries the kinds' shape tests in their
 // detection rank, most specific first, and takes the first that matches.
 // Kinds without a shape test (the records, the district answer whose shape
-// is that of an area search, the two route-address dispatch forms) are only
-// reached by name.
+// is that of an area search, and the route-address dispatcher, whose two
+// forms are detected as kinds of their own) are only reached by name.
 //
 // Thread safety: the tables are constant and every function is reentrant.
 // Running an operation is subject to CPoiJsonObjParser's rules (the text
