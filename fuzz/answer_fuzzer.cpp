@@ -24,16 +24,14 @@
 
 #include "foundation/BundleJsonWriter.h"
 #include "json_readers/Diagnostics.h"
-#include "fuzz/FuzzOperations.h"
+#include "poi_parser/AnswerKinds.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 namespace {
 
 using _quarn_framework::CJsonObjParser;
 using _quarn_vi::CVBundle;
-using fuzz_ops::kOpCount;
-using fuzz_ops::kOps;
-using fuzz_ops::Op;
+using Op = _quarn_framework::BundleOperation;
 
 // Mode 1 visits at most this many nodes, so that a large input stays quick.
 constexpr int kMaxNodes = 2048;
@@ -93,18 +91,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   cJSON* root = cJSON_ParseWithLength(reinterpret_cast<const char*>(data + 1), size - 1);
   if (root == nullptr) return 0;
 
+  const auto operations = _quarn_framework::ParserOperations();
   _quarn_vi::CVDiagnostics diagnostics;
   {
     std::unique_ptr<_quarn_vi::CVDiagnosticsScope> scope;
     if (diagnose) scope.reset(new _quarn_vi::CVDiagnosticsScope(diagnostics));
     if (every_node) {
       int budget = kMaxNodes;
-      VisitNodes(kOps[(control >> 3) % kOpCount], root, utf8, &budget);
+      VisitNodes(operations[(control >> 3) % operations.size()].run, root, utf8, &budget);
     } else {
-      for (Op op : kOps) RunChecked(op, root, utf8, (control >> 3) & 1);
+      for (const auto& operation : operations) RunChecked(operation.run, root, utf8, (control >> 3) & 1);
       // All operations into one bundle: later ones replace earlier keys.
       CVBundle all;
-      for (Op op : kOps) RunOp(op, root, all, utf8);
+      for (const auto& operation : operations) RunOp(operation.run, root, all, utf8);
       CheckWritten(all, false);
     }
   }

@@ -24,6 +24,7 @@
 
 #include "foundation/BundleJsonWriter.h"
 #include "json_readers/JsonDocument.h"
+#include "poi_parser/AnswerKinds.h"
 #include "poi_parser/PoiJsonObjParser.h"
 #include "tests/JsonTreeCompare.h"
 
@@ -31,15 +32,7 @@ namespace {
 
 using _quarn_framework::CJsonObjParser;
 using _quarn_vi::CVBundle;
-using P = _quarn_framework::CPoiJsonObjParser;
-using Op = int (*)(cJSON*, CVBundle&);
-
-// The entry operations of the parser.
-const Op kEntryOps[] = {
-    P::ParseCityList,       P::ParsePoiListRst,       P::ParseAreaSearchRst,      P::ParseAreaMultiSearchRst,
-    P::ParseCircumSearchRst, P::ParseCityQueryRst,    P::ParseDistrictRst,        P::ParseEspecialQueryRst,
-    P::ParsePoiIndoorRst,   P::ParseRouteAddrRst,     P::ParseRouteAddrPHPUIRst,  P::ParseRouteAddrPHPUI2Rst,
-};
+using Op = _quarn_framework::BundleOperation;
 
 void Check(bool condition, const char* what, const std::string& detail = "") {
   if (!condition) {
@@ -80,9 +73,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const std::string difference = testing_support::TreeDifference(root, expected);
   Check(difference.empty(), "the trees are the same:", difference);
-  for (Op op : kEntryOps) {
+  // The entry operations of the parser.
+  for (const _quarn_framework::ParserOperation& operation : _quarn_framework::ParserOperations()) {
+    if (operation.role != _quarn_framework::OperationRole::kAnswer) continue;
     for (bool utf8 : {false, true}) {
-      Check(Build(op, root, utf8) == Build(op, expected, utf8), "an operation builds the same bundle from both");
+      Check(Build(operation.run, root, utf8) == Build(operation.run, expected, utf8),
+            "an operation builds the same bundle from both");
     }
   }
   cJSON_Delete(expected);

@@ -43,7 +43,7 @@
 
 #include "foundation/BundleJsonWriter.h"
 #include "json_readers/Diagnostics.h"
-#include "fuzz/FuzzOperations.h"
+#include "poi_parser/AnswerKinds.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 namespace {
@@ -51,9 +51,7 @@ namespace {
 using _quarn_framework::CJsonObjParser;
 using _quarn_vi::CVBundle;
 using _quarn_vi::CVString;
-using fuzz_ops::kOpCount;
-using fuzz_ops::kOps;
-using fuzz_ops::Op;
+using Op = _quarn_framework::BundleOperation;
 
 // The member names the operations read (the dictionary's), so that built
 // trees reach the records.
@@ -350,14 +348,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint8_t control = data[0];
   Builder builder(data + 1, size - 1);
   cJSON* root = builder.Build();
+  const auto operations = _quarn_framework::ParserOperations();
   if ((control & 1) == 0) {
-    for (Op op : kOps) {
-      RunChecked(op, root, root, false);
-      RunChecked(op, root, root, true);
+    for (const auto& operation : operations) {
+      RunChecked(operation.run, root, root, false);
+      RunChecked(operation.run, root, root, true);
     }
   } else {
     // One operation on each node made (a shared node once), up to a budget.
-    const Op op = kOps[(control >> 1) % kOpCount];
+    const Op op = operations[(control >> 1) % operations.size()].run;
     const std::vector<cJSON*>& nodes = builder.Nodes();
     for (size_t i = 0; i < nodes.size() && i < 512; ++i) {
       RunChecked(op, root, nodes[i], (control & 0x40) != 0);

@@ -32,6 +32,13 @@
 #include "foundation/VString.h"
 #include "json_readers/JsonAccess.h"
 #include "json_readers/JsonObjParser.h"
+// What a client uses around the operations: the text-to-tree document, the
+// collector of what an operation refused or skipped, and the bundle's JSON
+// writer. (The registry of kinds, poi_parser/AnswerKinds.h, is included on
+// its own.)
+#include "foundation/BundleJsonWriter.h"
+#include "json_readers/Diagnostics.h"
+#include "json_readers/JsonDocument.h"
 
 namespace _quarn_framework {
 

@@ -88,37 +88,54 @@ std::vector<std::string> ExampleNames() {
 
 std::string ReadExample(const std::string& name) { return ReadFile(SOURCE_DIR "/examples/" + name + ".json"); }
 
-#define BUNDLE_OP(name) #name, P::name, nullptr
-#define ARRAY_OP(name) #name, nullptr, P::name
-
+// Every operation of the registry has a row (answer_kinds_test.cpp checks it).
 const std::vector<ExampleOp>& ExampleOps() {
-  static const std::vector<ExampleOp> ops = {
-      {"address", "", false, BUNDLE_OP(GetAddrContentFromJson)},
-      {"area_multi", "", false, BUNDLE_OP(ParseAreaMultiSearchRst)},
-      {"area_search", "", true, BUNDLE_OP(ParseAreaSearchRst)},
-      {"circum_search", "", true, BUNDLE_OP(ParseCircumSearchRst)},
-      {"city_list", "", false, BUNDLE_OP(ParseCityList)},
-      {"city_list", "traffic_citys/contents", false, ARRAY_OP(GetCityInfoArrayFromJson)},
-      {"city_list", "traffic_citys/contents/0", false, BUNDLE_OP(GetCityInfoFromJson)},
-      {"city_query", "", false, BUNDLE_OP(ParseCityQueryRst)},
-      {"district", "", false, BUNDLE_OP(ParseDistrictRst)},
-      {"coordinate_query", "", false, BUNDLE_OP(ParseEspecialQueryRst)},
-      {"indoor", "", false, BUNDLE_OP(ParsePoiIndoorRst)},
-      {"indoor", "data/poi_list/0", false, BUNDLE_OP(GetIndoorPoiContentFromJson)},
-      {"poi_list", "", true, BUNDLE_OP(ParsePoiListRst)},
-      {"poi_list", "poi_result/contents/0", true, BUNDLE_OP(GetPoiContentFromJson)},
-      {"poi_list", "poi_result/contents/0/show", true, BUNDLE_OP(GetPoiShowFromJson)},
-      {"poi_list", "poi_result/contents/0/ext/detail_info", true, BUNDLE_OP(GetPoiDetailFromJson)},
-      {"poi_list", "poi_result/psrs", true, BUNDLE_OP(GetPsrsFromJson)},
-      {"poi_list", "poi_result/suggest_query", true, BUNDLE_OP(GetSuggestQueryFromJson)},
-      {"poi_list_no_psrs", "", false, BUNDLE_OP(ParsePoiListRst)},
-      {"poi_list_refused", "", false, BUNDLE_OP(ParsePoiListRst)},
-      {"route_addr_1", "", false, BUNDLE_OP(ParseRouteAddrRst)},
-      {"route_addr_1", "result", false, BUNDLE_OP(GetRPAddrResInfoFromJson)},
-      {"route_addr_1", "content/start", false, ARRAY_OP(GetRPAddrListFromJson)},
-      {"route_addr_2", "", true, BUNDLE_OP(ParseRouteAddrRst)},
-      {"route_addr_2", "", true, BUNDLE_OP(ParseRouteAddrPHPUI2Rst)},
-  };
+  static const std::vector<ExampleOp> ops = [] {
+    const struct {
+      const char* example;
+      const char* path;
+      bool utf8;
+      const char* operation;
+    } rows[] = {
+        {"address", "", false, "GetAddrContentFromJson"},
+        {"area_multi", "", false, "ParseAreaMultiSearchRst"},
+        {"area_search", "", true, "ParseAreaSearchRst"},
+        {"circum_search", "", true, "ParseCircumSearchRst"},
+        {"city_list", "", false, "ParseCityList"},
+        {"city_list", "traffic_citys/contents", false, "GetCityInfoArrayFromJson"},
+        {"city_list", "traffic_citys/contents/0", false, "GetCityInfoFromJson"},
+        {"city_query", "", false, "ParseCityQueryRst"},
+        {"district", "", false, "ParseDistrictRst"},
+        {"coordinate_query", "", false, "ParseEspecialQueryRst"},
+        {"indoor", "", false, "ParsePoiIndoorRst"},
+        {"indoor", "data/poi_list/0", false, "GetIndoorPoiContentFromJson"},
+        {"poi_list", "", true, "ParsePoiListRst"},
+        {"poi_list", "poi_result/contents/0", true, "GetPoiContentFromJson"},
+        {"poi_list", "poi_result/contents/0/show", true, "GetPoiShowFromJson"},
+        {"poi_list", "poi_result/contents/0/ext/detail_info", true, "GetPoiDetailFromJson"},
+        {"poi_list", "poi_result/psrs", true, "GetPsrsFromJson"},
+        {"poi_list", "poi_result/suggest_query", true, "GetSuggestQueryFromJson"},
+        {"poi_list_no_psrs", "", false, "ParsePoiListRst"},
+        {"poi_list_refused", "", false, "ParsePoiListRst"},
+        {"route_addr_1", "", false, "ParseRouteAddrRst"},
+        {"route_addr_1", "", false, "ParseRouteAddrPHPUIRst"},
+        {"route_addr_1", "result", false, "GetRPAddrResInfoFromJson"},
+        {"route_addr_1", "content/start", false, "GetRPAddrListFromJson"},
+        {"route_addr_2", "", true, "ParseRouteAddrRst"},
+        {"route_addr_2", "", true, "ParseRouteAddrPHPUI2Rst"},
+    };
+    std::vector<ExampleOp> resolved;
+    for (const auto& row : rows) {
+      const _quarn_framework::ParserOperation* operation = _quarn_framework::FindParserOperation(row.operation);
+      if (operation == nullptr) {
+        ADD_FAILURE() << "no operation " << row.operation << " in the registry";
+        continue;
+      }
+      resolved.push_back({row.example, row.path, row.utf8, operation->name,
+                          operation->list == nullptr ? operation->run : nullptr, operation->list});
+    }
+    return resolved;
+  }();
   return ops;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "foundation/BundleJsonWriter.h"
+#include "poi_parser/AnswerKinds.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 namespace testing_support {
@@ -72,12 +73,13 @@ std::vector<std::string> ExampleNames();
 // The text of examples/NAME.json.
 std::string ReadExample(const std::string& name);
 
-// An operation on a node of an example answer: every operation has a row.
+// An operation of the registry (poi_parser/AnswerKinds.h) on a node of an
+// example answer: every operation has a row.
 struct ExampleOp {
   const char* example;  // examples/<example>.json
   const char* path;     // the node: '/'-separated members and indexes ("" = the root)
   bool utf8;            // the text mode flag the answer needs
-  const char* op_name;
+  const char* op_name;                      // the operation's name in the registry
   Op op;                                    // a bundle operation, or
   int (*array_op)(cJSON*, P::BundleArray&);  // an array operation
 };

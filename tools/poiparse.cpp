@@ -23,10 +23,12 @@
 #include "foundation/BundleJsonWriter.h"
 #include "json_readers/Diagnostics.h"
 #include "json_readers/JsonDocument.h"
+#include "poi_parser/AnswerKinds.h"
 #include "poi_parser/PoiJsonObjParser.h"
-#include "tools/Kinds.h"
 
 namespace {
+
+using _quarn_framework::AnswerKind;
 
 constexpr const char kVersion[] = "poiparse 0.1.0";
 constexpr int kExitAccepted = 0;
@@ -61,7 +63,7 @@ const char kUsage[] =
     "(usage, unreadable input, invalid JSON, unknown answer kind)\n";
 
 struct Options {
-  const poiparse::AnswerKind* kind = nullptr;
+  const AnswerKind* kind = nullptr;
   bool utf8 = false;
   bool use_cjson = false;  // --parser cjson
   bool explain = false;
@@ -171,7 +173,7 @@ using Diagnostics = std::vector<_quarn_vi::CVDiagnostics::Resolved>;
 // Parses `root` with `parse`, collecting what the operation reports when
 // `diagnostics` is given. The collector is installed on this thread around
 // the operation only.
-int ParseExplained(const poiparse::AnswerKind& kind, int (*parse)(cJSON*, _quarn_vi::CVBundle&), cJSON* root,
+int ParseExplained(const AnswerKind& kind, int (*parse)(cJSON*, _quarn_vi::CVBundle&), cJSON* root,
                    _quarn_vi::CVBundle& bundle, Diagnostics* diagnostics) {
   if (diagnostics == nullptr) return parse(root, bundle);
   _quarn_vi::CVDiagnostics collector;
@@ -193,7 +195,7 @@ int ParseExplained(const poiparse::AnswerKind& kind, int (*parse)(cJSON*, _quarn
   return result;
 }
 
-void WriteResult(const poiparse::AnswerKind& kind, int result, const _quarn_vi::CVBundle& bundle,
+void WriteResult(const AnswerKind& kind, int result, const _quarn_vi::CVBundle& bundle,
                  const Diagnostics* diagnostics, const Options& options, std::string& out) {
   _quarn_vi::CVJsonWriter::Options format;
   format.pretty = !options.compact && !options.jsonl;
@@ -242,8 +244,8 @@ Outcome Process(const Job& job, const Options& options) {
     outcome.invalid_json = true;
     return outcome;
   }
-  const poiparse::AnswerKind* kind = options.kind;
-  if (kind == nullptr) kind = poiparse::DetectKind(root);
+  const AnswerKind* kind = options.kind;
+  if (kind == nullptr) kind = _quarn_framework::DetectAnswerKind(root);
   if (kind == nullptr) {
     std::string where = options.jsonl ? job.name + ":" + std::to_string(job.line) : job.name;
     outcome.err = "poiparse: " + where +
@@ -251,7 +253,7 @@ Outcome Process(const Job& job, const Options& options) {
     outcome.status = kExitError;
     return outcome;
   }
-  auto parse = options.utf8 && kind->parse_utf8 != nullptr ? kind->parse_utf8 : kind->parse;
+  const _quarn_framework::BundleOperation parse = kind->OperationFor(options.utf8).run;
   _quarn_vi::CVBundle bundle;
   Diagnostics diagnostics;
   int result = ParseExplained(*kind, parse, root, bundle, options.explain ? &diagnostics : nullptr);
@@ -362,9 +364,11 @@ int RunJobs(const std::vector<Job>& jobs, const Options& options, int threads, S
 }
 
 void ListKinds() {
-  int count = 0;
-  const poiparse::AnswerKind* kinds = poiparse::AllKinds(&count);
-  for (int i = 0; i < count; ++i) std::printf("%-14s %s\n", kinds[i].name, kinds[i].reads);
+  for (const AnswerKind& kind : _quarn_framework::AnswerKinds()) {
+    std::printf("%-14s %s", kind.name, kind.description);
+    if (kind.alias != nullptr) std::printf("; also --kind %s", kind.alias);
+    std::printf("\n");
+  }
 }
 
 bool ParseCount(const std::string& text, int* value) {
@@ -433,7 +437,7 @@ int ParseArgs(int argc, char** argv, Options* options) {
     } else if (arg == "--kind") {
       std::string name;
       if (!take_value(&name)) return kExitError;
-      options->kind = poiparse::FindKind(name);
+      options->kind = _quarn_framework::FindAnswerKind(name.c_str());
       if (options->kind == nullptr) {
         std::cerr << "poiparse: unknown kind '" << name << "' (see --list-kinds)\n";
         return kExitError;

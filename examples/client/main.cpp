@@ -14,8 +14,7 @@
 #include <sstream>
 #include <string>
 
-#include "json_readers/JsonDocument.h"
-#include "poi_parser/PoiJsonObjParser.h"
+#include "poi_parser/PoiJsonObjParser.h"  // the umbrella header: the document too
 
 using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;

@@ -28,11 +28,43 @@ cmake -S "$src" -B "$work/build" -DCMAKE_BUILD_TYPE=Release \
 cmake --build "$work/build" --target poiparser -j "$jobs" >/dev/null
 cmake --install "$work/build" --prefix "$prefix" >/dev/null
 
-for f in lib/libpoiparser.a include/poi_parser/PoiJsonObjParser.h \
-  include/engine/dev/inc/vi/vos/VTempl.h \
-  lib/cmake/poiparser/poiparserConfig.cmake \
+for f in lib/libpoiparser.a lib/cmake/poiparser/poiparserConfig.cmake \
   lib/cmake/poiparser/poiparserConfigVersion.cmake lib/pkgconfig/poiparser.pc; do
   [ -f "$prefix/$f" ] || fail "not installed: $f"
+done
+
+# Exactly the public headers, under include/poiparser/, and nothing else
+# under include/: the implementation headers (json_readers/FieldTable.h,
+# poi_parser/ParserSupport.h, foundation/Utf8.h, ...) stay out.
+public_headers='engine/dev/inc/vi/vos/VTempl.h
+foundation/BundleJsonWriter.h
+foundation/ComplexPt.h
+foundation/VBundle.h
+foundation/VMem.h
+foundation/VString.h
+json_readers/Diagnostics.h
+json_readers/JsonAccess.h
+json_readers/JsonDocument.h
+json_readers/JsonObjParser.h
+poi_parser/AnswerKinds.h
+poi_parser/PoiJsonObjParser.h'
+[ "$(ls "$prefix/include")" = poiparser ] || fail "include/ holds more than poiparser/: $(ls "$prefix/include")"
+installed=$(cd "$prefix/include/poiparser" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
+[ "$installed" = "$public_headers" ] || fail "installed headers:
+$installed
+expected:
+$public_headers"
+
+# No installed header includes one that is not installed, and each compiles
+# on its own against the installed tree.
+cjson_flags=$(pkg-config --cflags libcjson)
+for header in $public_headers; do
+  for included in $(sed -n 's/^#include "\(.*\)"$/\1/p' "$prefix/include/poiparser/$header"); do
+    [ -f "$prefix/include/poiparser/$included" ] || fail "$header includes $included, which is not installed"
+  done
+  # shellcheck disable=SC2086  # the flags are words
+  echo "#include \"$header\"" | ${CXX:-g++} -std=c++17 -fsyntax-only -I"$prefix/include/poiparser" $cjson_flags \
+    -x c++ - || fail "$header does not compile alone from the installed tree"
 done
 
 expected='result=1
@@ -53,7 +85,10 @@ cmake -S "$src/examples/client" -B "$work/client" -DCMAKE_BUILD_TYPE=Release \
 cmake --build "$work/client" -j "$jobs" >/dev/null
 check_output "$work/client/poiclient"
 
-# 2. pkg-config: a static library's users need cJSON at link time (--static).
+# 2. pkg-config: the API takes cJSON trees, so cJSON is a public requirement
+# (its flags come without --static too); simdjson is a private one.
+requires=$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --print-requires poiparser)
+[ "$requires" = libcjson ] || fail "pkg-config --print-requires gives: $requires"
 flags=$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs --static poiparser)
 case "$flags" in *-lcjson*) ;; *) fail "pkg-config --static gives no -lcjson: $flags" ;; esac
 case "$with_simdjson:$flags" in
