@@ -167,7 +167,7 @@ void BM_Simdjson(benchmark::State& state, const Input* input) {
 // ---- Text to bundle: (f), (g), (h) -------------------------------------------------
 
 void BM_TextDocument(benchmark::State& state, const Input* input) {
-  _quarn_vi::CJsonDocument document;
+  _quarn_framework::CJsonDocument document;
   document.Parse(input->text.data(), input->text.size());  // warm
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input->utf8;
   for (auto _ : state) {
@@ -193,14 +193,14 @@ void BM_TextCjson(benchmark::State& state, const Input* input) {
 }
 
 void BM_DocumentParse(benchmark::State& state, const Input* input) {
-  _quarn_vi::CJsonDocument document;
+  _quarn_framework::CJsonDocument document;
   document.Parse(input->text.data(), input->text.size());  // warm
   for (auto _ : state) benchmark::DoNotOptimize(document.Parse(input->text.data(), input->text.size()));
 }
 
 // The document's tree bytes per POI (nodes and simdjson's strings).
 double TreeBytesPerPoi(const Input& input) {
-  _quarn_vi::CJsonDocument document;
+  _quarn_framework::CJsonDocument document;
   document.Parse(input.text.data(), input.text.size());
   return static_cast<double>(document.TreeBytes()) / input.pois;
 }

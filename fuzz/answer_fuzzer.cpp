@@ -92,10 +92,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (root == nullptr) return 0;
 
   const auto operations = _quarn_framework::ParserOperations();
-  _quarn_vi::CVDiagnostics diagnostics;
+  _quarn_framework::CVDiagnostics diagnostics;
   {
-    std::unique_ptr<_quarn_vi::CVDiagnosticsScope> scope;
-    if (diagnose) scope.reset(new _quarn_vi::CVDiagnosticsScope(diagnostics));
+    std::unique_ptr<_quarn_framework::CVDiagnosticsScope> scope;
+    if (diagnose) scope.reset(new _quarn_framework::CVDiagnosticsScope(diagnostics));
     if (every_node) {
       int budget = kMaxNodes;
       VisitNodes(operations[(control >> 3) % operations.size()].run, root, utf8, &budget);

@@ -49,8 +49,8 @@ std::string Build(Op op, cJSON* root, bool utf8) {
   return std::to_string(result) + _quarn_vi::BundleToJson(bundle, false);
 }
 
-_quarn_vi::CJsonDocument& Document() {
-  static _quarn_vi::CJsonDocument document;  // reused, as a client does
+_quarn_framework::CJsonDocument& Document() {
+  static _quarn_framework::CJsonDocument document;  // reused, as a client does
   return document;
 }
 
@@ -58,7 +58,7 @@ _quarn_vi::CJsonDocument& Document() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const char* text = reinterpret_cast<const char*>(data);
-  _quarn_vi::CJsonDocument& document = Document();
+  _quarn_framework::CJsonDocument& document = Document();
   cJSON* root = document.Parse(text, size);
   if (std::memchr(text, 0, size) != nullptr) {
     Check(root == nullptr, "a text with a NUL byte is refused");
@@ -84,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   cJSON_Delete(expected);
 
   size_t offset = 0;
-  const bool strict = _quarn_vi::CJsonDocument::FindLeniency(text, size, &offset) == nullptr;
+  const bool strict = _quarn_framework::CJsonDocument::FindLeniency(text, size, &offset) == nullptr;
   Check(document.IsStrict() == strict, "IsStrict agrees with the leniency scan");
   if (document.TreeIsOwn()) Check(strict, "a text simdjson accepts is strict");
 #if POIPARSER_WITH_SIMDJSON

@@ -55,7 +55,7 @@ void CheckDecoding(const std::string& text) {
 // The cut: whole characters of the decoded text that fit in size - 1 bytes.
 void CheckCut(cJSON* node, const std::string& text, int size) {
   char buffer[129];
-  Check(_quarn_vi::JsonReadTextToBuffer(node, buffer, size), "a string node reads into a buffer");
+  Check(_quarn_framework::JsonReadTextToBuffer(node, buffer, size), "a string node reads into a buffer");
   const size_t length = std::strlen(buffer);
   Check(length < static_cast<size_t>(size), "the cut fits its buffer");
   const std::string whole = Decoded(text);
@@ -92,11 +92,11 @@ void CheckIntegers(cJSON* node, const std::string& text) {
   const CVString wide(text.c_str());
   Check(_quarn_vi::_wtoi(wide.Data()) == saturated, "_wtoi reads as strtol, saturated");
   bool digits = false;
-  Check(_quarn_vi::LeadingDecimalInt(text.c_str(), &digits) == saturated,
+  Check(_quarn_framework::LeadingDecimalInt(text.c_str(), &digits) == saturated,
         "LeadingDecimalInt reads as strtol, saturated");
   Check(digits == (end != text.c_str()), "LeadingDecimalInt finds digits where strtol does");
   int read = 0;
-  if (_quarn_vi::JsonReadInt(node, &read)) {
+  if (_quarn_framework::JsonReadInt(node, &read)) {
     Check(end != text.c_str() && errno == 0 && value == read, "an integer text is read whole");
   }
 }

@@ -305,14 +305,14 @@ struct Run {
   CVBundle bundle;
 };
 
-Run RunOp(Op op, cJSON* node, bool utf8, _quarn_vi::CVDiagnostics* diagnostics) {
+Run RunOp(Op op, cJSON* node, bool utf8, _quarn_framework::CVDiagnostics* diagnostics) {
   Run run{0, Prefilled()};
   const CVBundle before = run.bundle;
   const std::string before_text = _quarn_vi::BundleToJson(before, false);
   CJsonObjParser::isParsePHPUI2Res = utf8 ? 1 : 0;
   {
-    std::unique_ptr<_quarn_vi::CVDiagnosticsScope> scope;
-    if (diagnostics != nullptr) scope.reset(new _quarn_vi::CVDiagnosticsScope(*diagnostics));
+    std::unique_ptr<_quarn_framework::CVDiagnosticsScope> scope;
+    if (diagnostics != nullptr) scope.reset(new _quarn_framework::CVDiagnosticsScope(*diagnostics));
     run.result = op(node, run.bundle);
   }
   CJsonObjParser::isParsePHPUI2Res = 0;
@@ -332,7 +332,7 @@ void RunChecked(Op op, cJSON* root, cJSON* node, bool utf8) {
   Check(second.result == first.result, "a second run gives the same result");
   Check(second.bundle == first.bundle, "a second run gives an equal bundle");
 
-  _quarn_vi::CVDiagnostics diagnostics;
+  _quarn_framework::CVDiagnostics diagnostics;
   const Run diagnosed = RunOp(op, node, utf8, &diagnostics);
   Check(diagnosed.result == first.result, "a collector changes no result");
   Check(diagnosed.bundle == first.bundle, "a collector changes no bundle");

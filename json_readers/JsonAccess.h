@@ -219,20 +219,6 @@ cJSON* cJSON_GetObjectItem(const cJSON* node, const char* name) = delete;
 int cJSON_GetArraySize(const cJSON* node) = delete;
 cJSON* cJSON_GetArrayItem(const cJSON* node, int index) = delete;
 
-// The accessors' names of earlier releases, for clients written against
-// them; new code names them in _quarn_framework.
-using _quarn_framework::IsJsonArray;
-using _quarn_framework::IsJsonObject;
-using _quarn_framework::IsJsonString;
-using _quarn_framework::JsonElements;
-using _quarn_framework::JsonReadBool;
-using _quarn_framework::JsonReadInt;
-using _quarn_framework::JsonReadText;
-using _quarn_framework::JsonReadTextToBuffer;
-using _quarn_framework::JsonStringBytes;
-using _quarn_framework::JsonTypeName;
-using _quarn_framework::LeadingDecimalInt;
-
 }  // namespace _quarn_vi
 
 #endif  // JSON_READERS_JSONACCESS_H_

@@ -10,12 +10,6 @@ namespace _quarn_framework {
 namespace {
 
 using P = CPoiJsonObjParser;
-// The tree access that the shape tests use (json_readers/JsonAccess.h).
-using _quarn_vi::cJSON_GetObjectItem;
-using _quarn_vi::IsJsonArray;
-using _quarn_vi::IsJsonObject;
-using _quarn_vi::JsonElements;
-using _quarn_vi::JsonStringBytes;
 
 // ---- The list builders with the bundle signature ---------------------------
 
@@ -99,33 +93,33 @@ constexpr const ParserOperation* Operation(const char* name) {
 // Each looks at members that only its kind of answer has; the ranks in
 // kKinds order them from the most specific.
 
-bool Has(cJSON* node, const char* name) { return cJSON_GetObjectItem(node, name) != nullptr; }
+bool Has(cJSON* node, const char* name) { return FindMember(node, name) != nullptr; }
 
 bool HasCityList(cJSON* root) { return Has(root, "traffic_citys"); }
 bool HasPoiResult(cJSON* root) { return Has(root, "poi_result"); }
 bool HasTrafficPois(cJSON* root) { return Has(root, "traffic_pois"); }
-bool HasResultArray(cJSON* root) { return Has(cJSON_GetObjectItem(root, "result"), "result_array"); }
+bool HasResultArray(cJSON* root) { return Has(FindMember(root, "result"), "result_array"); }
 bool HasCenter(cJSON* root) { return Has(root, "center"); }
 bool HasErrNo(cJSON* root) { return Has(root, "errNo"); }
 
 // The first route address form: a "result" status block with the points'
 // "city_list" flags and a "content" object of per-point candidates.
 bool IsRouteAddrFirstForm(cJSON* root) {
-  cJSON* result = cJSON_GetObjectItem(root, "result");
-  cJSON* content = cJSON_GetObjectItem(root, "content");
+  cJSON* result = FindMember(root, "result");
+  cJSON* content = FindMember(root, "content");
   return IsJsonObject(result) && Has(result, "city_list") && IsJsonObject(content) &&
          (Has(content, "start") || Has(content, "end") || Has(content, "waypoints"));
 }
 
 // The city query answer: a "content" object describing one city.
 bool IsCityQuery(cJSON* root) {
-  cJSON* content = cJSON_GetObjectItem(root, "content");
+  cJSON* content = FindMember(root, "content");
   return IsJsonObject(content) && (Has(content, "city_type") || Has(content, "cname"));
 }
 
 // The coordinate query answer: "content" starts with an "x,y" text.
 bool IsCoordinateQuery(cJSON* root) {
-  JsonElements content(cJSON_GetObjectItem(root, "content"));
+  JsonElements content(FindMember(root, "content"));
   if (content.empty()) return false;
   const char* position = JsonStringBytes(*content.begin());
   return position != nullptr && std::strchr(position, ',') != nullptr;
@@ -136,9 +130,9 @@ bool IsCoordinateQuery(cJSON* root) {
 // array. The district answer ("result", "current_city", "content" of one POI
 // with a geometry) has the same shape: it is only named.
 bool IsAreaSearch(cJSON* root) {
-  cJSON* result = cJSON_GetObjectItem(root, "result");
+  cJSON* result = FindMember(root, "result");
   return IsJsonObject(result) && !Has(result, "error") && !Has(result, "city_list") &&
-         IsJsonArray(cJSON_GetObjectItem(root, "content"));
+         IsJsonArray(FindMember(root, "content"));
 }
 
 // ---- Kinds ---------------------------------------------------------------------------

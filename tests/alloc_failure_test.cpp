@@ -206,7 +206,7 @@ void AddLeaves(const CVBundle& bundle, const std::string& prefix, std::set<std::
 struct Call {
   CVBundle bundle;
   P::BundleArray array;
-  std::unique_ptr<_quarn_vi::CVDiagnostics> diagnostics;
+  std::unique_ptr<_quarn_framework::CVDiagnostics> diagnostics;
   int result = -1;
   bool threw = false;
 
@@ -233,12 +233,12 @@ struct Call {
 void Invoke(const ExampleOp& target, cJSON* node, Injector& injector, long long k, bool persistent, bool diagnose,
             Call& call) {
   g_operation_ran = true;
-  if (diagnose && call.diagnostics == nullptr) call.diagnostics.reset(new _quarn_vi::CVDiagnostics);
+  if (diagnose && call.diagnostics == nullptr) call.diagnostics.reset(new _quarn_framework::CVDiagnostics);
   CJsonObjParser::isParsePHPUI2Res = target.utf8 ? 1 : 0;
   injector.Arm(k, persistent);
   try {
-    std::unique_ptr<_quarn_vi::CVDiagnosticsScope> scope;
-    if (diagnose) scope.reset(new _quarn_vi::CVDiagnosticsScope(*call.diagnostics));
+    std::unique_ptr<_quarn_framework::CVDiagnosticsScope> scope;
+    if (diagnose) scope.reset(new _quarn_framework::CVDiagnosticsScope(*call.diagnostics));
     call.result = target.op != nullptr ? target.op(node, call.bundle) : target.array_op(node, call.array);
   } catch (const std::bad_alloc&) {
     call.threw = true;

@@ -47,12 +47,12 @@ void operator delete[](void* p, size_t, std::align_val_t) noexcept { std::free(p
 namespace {
 
 TEST(JsonDocumentAllocations, AWarmDocumentParsesWithoutAllocating) {
-  if (!_quarn_vi::CJsonDocument::UsesSimdjson()) GTEST_SKIP() << "built on cJSON alone";
+  if (!_quarn_framework::CJsonDocument::UsesSimdjson()) GTEST_SKIP() << "built on cJSON alone";
   std::vector<std::string> texts;
   for (const std::string& name : testing_support::ExampleNames()) {
     texts.push_back(testing_support::ReadExample(name));
   }
-  _quarn_vi::CJsonDocument document;
+  _quarn_framework::CJsonDocument document;
   for (const std::string& text : texts) document.Parse(text.data(), text.size());  // warm
   const long before = g_allocations;
   for (int round = 0; round < 3; ++round) {

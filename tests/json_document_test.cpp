@@ -21,7 +21,7 @@
 
 namespace {
 
-using _quarn_vi::CJsonDocument;
+using _quarn_framework::CJsonDocument;
 using testing_support::TreeDifference;
 
 struct Outcome {

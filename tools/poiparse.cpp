@@ -141,7 +141,7 @@ ParsedText ParseJson(const char* text, size_t size, bool use_cjson, bool explain
   if (!use_cjson) {
     // One document per thread, reused from answer to answer: the tree lives
     // until this thread parses the next answer.
-    static thread_local _quarn_vi::CJsonDocument document;
+    static thread_local _quarn_framework::CJsonDocument document;
     parsed.root = document.Parse(text, size);
     if (parsed.root == nullptr) {
       parsed.error_offset = document.ErrorOffset();
@@ -161,14 +161,14 @@ ParsedText ParseJson(const char* text, size_t size, bool use_cjson, bool explain
   parsed.root = cjson_tree->get();
   if (parsed.root == nullptr) {
     parsed.error_offset = stop;
-    parsed.error = _quarn_vi::CJsonDocument::DescribeRefusal(text, size, &parsed.error_offset);
+    parsed.error = _quarn_framework::CJsonDocument::DescribeRefusal(text, size, &parsed.error_offset);
   } else if (explain) {
-    parsed.leniency = _quarn_vi::CJsonDocument::FindLeniency(text, size, &parsed.leniency_offset);
+    parsed.leniency = _quarn_framework::CJsonDocument::FindLeniency(text, size, &parsed.leniency_offset);
   }
   return parsed;
 }
 
-using Diagnostics = std::vector<_quarn_vi::CVDiagnostics::Resolved>;
+using Diagnostics = std::vector<_quarn_framework::CVDiagnostics::Resolved>;
 
 // Parses `root` with `parse`, collecting what the operation reports when
 // `diagnostics` is given. The collector is installed on this thread around
@@ -176,20 +176,20 @@ using Diagnostics = std::vector<_quarn_vi::CVDiagnostics::Resolved>;
 int ParseExplained(const AnswerKind& kind, int (*parse)(cJSON*, _quarn_vi::CVBundle&), cJSON* root,
                    _quarn_vi::CVBundle& bundle, Diagnostics* diagnostics) {
   if (diagnostics == nullptr) return parse(root, bundle);
-  _quarn_vi::CVDiagnostics collector;
+  _quarn_framework::CVDiagnostics collector;
   int result;
   {
-    _quarn_vi::CVDiagnosticsScope scope(collector);
+    _quarn_framework::CVDiagnosticsScope scope(collector);
     result = parse(root, bundle);
   }
   *diagnostics = collector.Resolve(root);
   if (result != 1 && std::none_of(diagnostics->begin(), diagnostics->end(), [](const auto& d) {
-        return d.severity == _quarn_vi::CVDiagnostics::kRefused;
+        return d.severity == _quarn_framework::CVDiagnostics::kRefused;
       })) {
     // A record operation does not report its own node's type test: say it
     // here, for the whole input.
-    diagnostics->push_back({"$", _quarn_vi::CVDiagnostics::kRefused,
-                            std::string(_quarn_vi::JsonTypeName(root)) + " not accepted as a " + kind.name +
+    diagnostics->push_back({"$", _quarn_framework::CVDiagnostics::kRefused,
+                            std::string(_quarn_framework::JsonTypeName(root)) + " not accepted as a " + kind.name +
                                 " record"});
   }
   return result;
@@ -216,7 +216,7 @@ void WriteResult(const AnswerKind& kind, int result, const _quarn_vi::CVBundle& 
       writer.Key("path");
       writer.StringUtf8(d.path);
       writer.Key("severity");
-      writer.StringUtf8(_quarn_vi::CVDiagnostics::SeverityName(d.severity));
+      writer.StringUtf8(_quarn_framework::CVDiagnostics::SeverityName(d.severity));
       writer.Key("message");
       writer.StringUtf8(d.message);
       writer.EndObject();
@@ -261,7 +261,7 @@ Outcome Process(const Job& job, const Options& options) {
     size_t line, column;
     LineColumn(job.text, job.size, parsed.leniency_offset, job.line, &line, &column);
     diagnostics.insert(diagnostics.begin(),
-                       {"$", _quarn_vi::CVDiagnostics::kWarning,
+                       {"$", _quarn_framework::CVDiagnostics::kWarning,
                         std::string("not strict JSON, accepted through cJSON's leniencies: ") + parsed.leniency +
                             " at line " + std::to_string(line) + ", column " + std::to_string(column)});
   }

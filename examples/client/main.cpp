@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string json = text.str();
-  _quarn_vi::CJsonDocument document;  // owns the tree
+  _quarn_framework::CJsonDocument document;  // owns the tree
   cJSON* root = document.Parse(json.data(), json.size());
   if (root == nullptr) {
     std::cerr << "poiclient: " << argv[1] << " is not JSON: " << document.ErrorMessage() << " at byte "
