@@ -147,7 +147,7 @@ constexpr AnswerKind kKinds[] = {
      Operation("ParseAreaSearchRst"), nullptr, 10, IsAreaSearch},
     {"area-multi", nullptr, "multi-area search answer (\"result\".\"result_array\", \"content\" lists)",
      Operation("ParseAreaMultiSearchRst"), nullptr, 4, HasResultArray},
-    {"circum", nullptr, "nearby search answer (\"result\" options, \"content\", \"center\")",
+    {"circum", nullptr, "circum search answer (\"result\" options, \"content\", \"center\")",
      Operation("ParseCircumSearchRst"), nullptr, 5, HasCenter},
     {"city-query", nullptr, "city query answer (a \"content\" object, \"current_city\")",
      Operation("ParseCityQueryRst"), nullptr, 8, IsCityQuery},
