@@ -2,6 +2,8 @@
 // refused answer (exit status 1) and an explicit --kind are golden examples.
 #include <gtest/gtest.h>
 
+#include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -92,10 +94,103 @@ TEST(ToolCli, JsonlBatchesKeepInputOrderOnAnyNumberOfThreads) {
   EXPECT_EQ(one.out, two.out);
   EXPECT_NE(one.err.find("<stdin>:20:15: invalid JSON"), std::string::npos) << one.err;
   EXPECT_NE(one.err.find("41 answers: 26 accepted, 14 refused, 1 invalid JSON"), std::string::npos) << one.err;
-  // One compact line per answer, in input order.
-  EXPECT_EQ(std::count(one.out.begin(), one.out.end(), '\n'), 40);
+  // One compact line per non-blank input line, in input order.
+  EXPECT_EQ(std::count(one.out.begin(), one.out.end(), '\n'), 41);
+  EXPECT_NE(one.out.find("\n{\"line\": 20, \"error\": \"invalid JSON: unexpected character at column 15\"}\n"),
+            std::string::npos);
   EXPECT_EQ(one.out.find("\"code\":0"), std::string::npos);  // the first answer was refused
   EXPECT_LT(one.out.find("\"code\":1}"), one.out.find("\"code\":2}"));
+}
+
+// Output line N answers the Nth non-blank input line: a line without an
+// answer gives an error line at its place, numbered as in the input.
+TEST(ToolCli, JsonlGivesOneOutputLinePerNonBlankInputLine) {
+  const std::string good = R"({"result": {"error": 0}, "traffic_citys": {"contents": [{"code": 7}]}})";
+  const std::string good_out =
+      R"({"kind":"city-list","result":1,"bundle":{"count":1,"citys":[{"code":7}],"current_null":true}})";
+  struct Case {
+    const char* name;
+    std::string input;
+    std::string out;
+    int status;
+  } cases[] = {
+      {"an invalid line", good + "\n{\"a\": tru}\n" + good + "\n",
+       good_out + "\n{\"line\": 2, \"error\": \"invalid JSON: unexpected character at column 7\"}\n" + good_out + "\n",
+       2},
+      {"an unknown kind, after blank lines", "\n \t\r\n{\"a\": 1}\n" + good,
+       "{\"line\": 3, \"error\": \"cannot tell the answer kind from its shape\"}\n" + good_out + "\n", 2},
+      {"an empty value", good + "\r\n\"\"\n", good_out + "\n{\"line\": 2, \"error\": \"cannot tell the answer kind from its shape\"}\n",
+       2},
+      {"no final newline", good + "\n" + good, good_out + "\n" + good_out + "\n", 0},
+      {"blank lines only", "\n\n  \n", "", 0},
+      {"a refused answer", R"({"result": {"error": 2}, "traffic_citys": {}})",
+       "{\"kind\":\"city-list\",\"result\":0,\"bundle\":{}}\n", 1},
+  };
+  for (const Case& c : cases) {
+    for (const char* jobs : {"-j 1", "-j 3"}) {
+      SCOPED_TRACE(std::string(c.name) + " " + jobs);
+      ToolOutcome o = RunTool(std::string("--jsonl ") + jobs, c.input);
+      EXPECT_EQ(o.out, c.out);
+      EXPECT_EQ(o.status, c.status) << o.err;
+    }
+  }
+}
+
+// A write error on standard output is an error, whatever the mode.
+TEST(ToolCli, WriteErrorsExitTwoWithAMessage) {
+  std::string lines;
+  for (int i = 0; i < 200; ++i) lines += std::string(kGoodCityList) + "\n";
+  const struct {
+    const char* args;
+    std::string input;
+  } cases[] = {{"--jsonl -j 1", lines}, {"--jsonl -j 2", lines}, {"--compact", kGoodCityList}, {"", kGoodCityList}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args);
+    ToolOutcome o = RunTool(std::string(c.args) + " >/dev/full", c.input);
+    EXPECT_EQ(o.status, 2);
+    EXPECT_NE(o.err.find("poiparse: standard output: No space left on device\n"), std::string::npos) << o.err;
+  }
+}
+
+// --jsonl writes each answer as soon as it is parsed: the first answer
+// comes out while the input is still open.
+TEST(ToolCli, JsonlStreamsFromAPipe) {
+  for (const char* jobs : {"-j 1", "-j 2"}) {
+    SCOPED_TRACE(jobs);
+    int in[2], out[2];
+    ASSERT_EQ(pipe(in), 0);
+    ASSERT_EQ(pipe(out), 0);
+    const std::string command = std::string(POIPARSE_PATH) + " --jsonl " + jobs;
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      dup2(in[0], STDIN_FILENO);
+      dup2(out[1], STDOUT_FILENO);
+      close(in[0]), close(in[1]), close(out[0]), close(out[1]);
+      execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    auto read_line = [&]() {
+      std::string line;
+      char c;
+      pollfd ready{out[0], POLLIN, 0};
+      while (poll(&ready, 1, 20000) == 1 && read(out[0], &c, 1) == 1 && c != '\n') line.push_back(c);
+      return line;
+    };
+    const std::string answer = std::string(kGoodCityList) + "\n";
+    ASSERT_EQ(write(in[1], answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
+    EXPECT_NE(read_line().find("\"city-list\""), std::string::npos);  // before the input ends
+    ASSERT_EQ(write(in[1], "{\n", 2), 2);
+    EXPECT_EQ(read_line(), "{\"line\": 2, \"error\": \"invalid JSON: unexpected end of text at column 2\"}");
+    close(in[1]);
+    EXPECT_EQ(read_line(), "");
+    close(out[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2);
+  }
 }
 
 TEST(ToolCli, ManyFilesGiveOneAnswerEach) {

@@ -4,6 +4,8 @@
 // Exit status: 0 when every answer was accepted (result 1), 1 when some
 // answer was refused (result 0; its bundle is printed all the same), 2 for
 // usage errors, unreadable input, invalid JSON and answers of unknown kind.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,9 +15,11 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -76,7 +80,7 @@ struct Options {
 
 // One answer to parse: a whole file, or one line of a JSONL file.
 struct Job {
-  std::string name;   // the file name as the user gave it
+  const std::string* name;  // the file name as the user gave it
   size_t line = 0;    // the line in the file where the answer starts (from 1)
   const char* text;   // not NUL-terminated
   size_t size;
@@ -87,6 +91,7 @@ struct Outcome {
   std::string err;   // for standard error
   int status = kExitAccepted;
   bool invalid_json = false;
+  bool out_of_memory = false;
 };
 
 bool ReadAll(const std::string& path, std::string* text, std::string* error) {
@@ -227,6 +232,18 @@ void WriteResult(const AnswerKind& kind, int result, const _quarn_vi::CVBundle& 
   out.push_back('\n');
 }
 
+// The error line that stands for an answer in --jsonl output, so that output
+// line N still answers input line N: {"line": N, "error": "..."}.
+void WriteErrorLine(size_t line, const std::string& error, std::string& out) {
+  out += "{\"line\": " + std::to_string(line) + ", \"error\": \"";
+  for (char c : error) {
+    if (c == '"' || c == '\\') out.push_back('\\');
+    if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+    out.push_back(c);
+  }
+  out += "\"}\n";
+}
+
 // Parses one answer. The text mode flag was set for the whole run (--utf8),
 // so the kind's flag-free operation is used: the route-address dispatcher
 // would clear the flag under the other threads' feet.
@@ -238,8 +255,12 @@ Outcome Process(const Job& job, const Options& options) {
   if (root == nullptr) {
     size_t line, column;
     LineColumn(job.text, job.size, parsed.error_offset, job.line, &line, &column);
-    outcome.err = job.name + ":" + std::to_string(line) + ":" + std::to_string(column) +
+    outcome.err = *job.name + ":" + std::to_string(line) + ":" + std::to_string(column) +
                   ": invalid JSON: " + parsed.error + "\n";
+    if (options.jsonl) {
+      WriteErrorLine(job.line, std::string("invalid JSON: ") + parsed.error + " at column " + std::to_string(column),
+                     outcome.out);
+    }
     outcome.status = kExitError;
     outcome.invalid_json = true;
     return outcome;
@@ -247,9 +268,10 @@ Outcome Process(const Job& job, const Options& options) {
   const AnswerKind* kind = options.kind;
   if (kind == nullptr) kind = _quarn_framework::DetectAnswerKind(root);
   if (kind == nullptr) {
-    std::string where = options.jsonl ? job.name + ":" + std::to_string(job.line) : job.name;
+    std::string where = options.jsonl ? *job.name + ":" + std::to_string(job.line) : *job.name;
     outcome.err = "poiparse: " + where +
                   ": cannot tell the answer kind from its shape; name it with --kind (see --list-kinds)\n";
+    if (options.jsonl) WriteErrorLine(job.line, "cannot tell the answer kind from its shape", outcome.out);
     outcome.status = kExitError;
     return outcome;
   }
@@ -270,18 +292,82 @@ Outcome Process(const Job& job, const Options& options) {
   return outcome;
 }
 
-// Splits a JSONL text into jobs, one per non-blank line.
-void SplitLines(const std::string& name, const std::string& text, std::vector<Job>* jobs) {
-  size_t line = 1;
-  for (size_t start = 0; start < text.size();) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    bool blank = std::all_of(text.begin() + static_cast<long>(start), text.begin() + static_cast<long>(end),
-                             [](char c) { return c == ' ' || c == '\t' || c == '\r'; });
-    if (!blank) jobs->push_back(Job{name, line, text.data() + start, end - start});
-    start = end + 1;
-    ++line;
+// Process, with running out of memory on one answer reported for that
+// answer alone: the batch goes on and exits 2 at the end.
+Outcome ProcessGuarded(const Job& job, const Options& options) {
+  try {
+    return Process(job, options);
+  } catch (const std::bad_alloc&) {
+    Outcome outcome;
+    outcome.status = kExitError;
+    outcome.out_of_memory = true;
+    std::string where = options.jsonl ? *job.name + ":" + std::to_string(job.line) : *job.name;
+    outcome.err = "poiparse: " + where + ": out of memory\n";
+    if (options.jsonl) WriteErrorLine(job.line, "out of memory", outcome.out);
+    return outcome;
   }
+}
+
+// Reads a file descriptor in large blocks and hands out its lines. A line
+// stays valid until the next call; the buffer grows to twice the longest
+// line, never with the length of the input.
+class LineReader {
+ public:
+  // `before_read` runs before each read(2) that may wait for input.
+  LineReader(int fd, std::function<void()> before_read)
+      : m_fd(fd), m_before_read(std::move(before_read)), m_buffer(1 << 20) {}
+
+  // The next line, without its '\n', and its number (from 1); false at the
+  // end of the input or on a read error (then Error() is its errno).
+  bool Next(const char** text, size_t* size, size_t* line) {
+    for (;;) {
+      const void* newline = std::memchr(m_buffer.data() + m_scan, '\n', m_end - m_scan);
+      if (newline != nullptr || (m_eof && m_begin < m_end)) {
+        const size_t stop = newline != nullptr ? static_cast<size_t>(static_cast<const char*>(newline) - m_buffer.data())
+                                               : m_end;
+        *text = m_buffer.data() + m_begin;
+        *size = stop - m_begin;
+        *line = ++m_line;
+        m_begin = m_scan = std::min(stop + 1, m_end);
+        return true;
+      }
+      if (m_eof || m_error != 0) return false;
+      m_scan = m_end;  // no '\n' in [m_begin, m_end): not scanned again
+      if (m_begin > 0) {  // keep the partial line, at the front
+        std::memmove(m_buffer.data(), m_buffer.data() + m_begin, m_end - m_begin);
+        m_end -= m_begin;
+        m_scan -= m_begin;
+        m_begin = 0;
+      }
+      if (m_end == m_buffer.size()) m_buffer.resize(m_buffer.size() * 2);
+      if (m_before_read) m_before_read();
+      const ssize_t n = read(m_fd, m_buffer.data() + m_end, m_buffer.size() - m_end);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        m_error = errno;
+      } else if (n == 0) {
+        m_eof = true;
+      } else {
+        m_end += static_cast<size_t>(n);
+      }
+    }
+  }
+  int Error() const { return m_error; }
+
+ private:
+  int m_fd;
+  std::function<void()> m_before_read;
+  std::vector<char> m_buffer;
+  size_t m_begin = 0;  // the first byte not handed out
+  size_t m_scan = 0;   // where the search for the next '\n' goes on
+  size_t m_end = 0;    // the end of what was read
+  size_t m_line = 0;
+  bool m_eof = false;
+  int m_error = 0;
+};
+
+bool IsBlank(const char* text, size_t size) {
+  return std::all_of(text, text + size, [](char c) { return c == ' ' || c == '\t' || c == '\r'; });
 }
 
 // Counts for the closing summary of a batch.
@@ -289,78 +375,251 @@ struct Summary {
   size_t answers = 0, accepted = 0, refused = 0, invalid = 0, other_errors = 0, bytes = 0;
 };
 
+// The progress bar: only on a terminal's standard error, only when standard
+// output is not that same terminal, only after half a second, and cleared
+// before anything else is written to standard error. `total` is the number
+// of answers when known in advance, else 0 (a count alone is drawn).
 class ProgressBar {
  public:
-  explicit ProgressBar(size_t total) : m_total(total), m_enabled(isatty(STDERR_FILENO) && total > 1) {}
+  explicit ProgressBar(size_t total) : m_total(total), m_enabled(Wanted()), m_start(Clock::now()) {}
   void Update(size_t done) {
     if (!m_enabled) return;
-    auto now = std::chrono::steady_clock::now();
-    if (done < m_total && now - m_last < std::chrono::milliseconds(100)) return;
+    const auto now = Clock::now();
+    if (now - m_start < std::chrono::milliseconds(500) || now - m_last < std::chrono::milliseconds(100)) return;
     m_last = now;
-    const int width = 30;
-    int filled = static_cast<int>(width * done / m_total);
-    std::fprintf(stderr, "\r[%s%s] %zu/%zu", std::string(static_cast<size_t>(filled), '#').c_str(),
-                 std::string(static_cast<size_t>(width - filled), ' ').c_str(), done, m_total);
-    if (done == m_total) std::fputs("\r\x1b[K", stderr);
+    if (m_total > 0) {
+      const int width = 30;
+      const int filled = static_cast<int>(width * std::min(done, m_total) / m_total);
+      std::fprintf(stderr, "\r[%s%s] %zu/%zu", std::string(static_cast<size_t>(filled), '#').c_str(),
+                   std::string(static_cast<size_t>(width - filled), ' ').c_str(), done, m_total);
+    } else {
+      std::fprintf(stderr, "\r%zu answers", done);
+    }
     std::fflush(stderr);
+    m_drawn = true;
+  }
+  // Clears the bar, if drawn, before something else goes to standard error.
+  void Clear() {
+    if (m_drawn.exchange(false)) std::fputs("\r\x1b[K", stderr);
   }
 
  private:
+  using Clock = std::chrono::steady_clock;
+  static bool Wanted() {
+    if (!isatty(STDERR_FILENO)) return false;
+    struct stat out, err;
+    if (isatty(STDOUT_FILENO) && fstat(STDOUT_FILENO, &out) == 0 && fstat(STDERR_FILENO, &err) == 0 &&
+        out.st_rdev == err.st_rdev) {
+      return false;  // the answers go to the same screen
+    }
+    return true;
+  }
   size_t m_total;
   bool m_enabled;
-  std::chrono::steady_clock::time_point m_last{};
+  std::atomic<bool> m_drawn{false};  // Clear() may come from the reading thread
+  Clock::time_point m_start;
+  Clock::time_point m_last{};
 };
 
-// Parses every job on `threads` threads and prints the outcomes in job order.
-int RunJobs(const std::vector<Job>& jobs, const Options& options, int threads, Summary* summary) {
-  std::vector<Outcome> outcomes(jobs.size());
-  std::vector<char> done(jobs.size(), 0);
-  std::mutex mutex;
-  std::condition_variable ready;
-  std::atomic<size_t> next{0};
-  auto work = [&]() {
-    for (size_t i; (i = next.fetch_add(1)) < jobs.size();) {
-      Outcome outcome = Process(jobs[i], options);
-      std::lock_guard<std::mutex> lock(mutex);
-      outcomes[i] = std::move(outcome);
-      done[i] = 1;
-      ready.notify_one();
+// Writes the outcomes in input order, counts them and keeps the progress
+// bar. A write error on standard output ends the run: Failed() is then its
+// errno.
+class Writer {
+ public:
+  explicit Writer(size_t total) : m_progress(total) {}
+  void Write(const Outcome& outcome, size_t bytes) {
+    if (m_write_error == 0 && !outcome.out.empty() &&
+        std::fwrite(outcome.out.data(), 1, outcome.out.size(), stdout) != outcome.out.size()) {
+      m_write_error = errno != 0 ? errno : EIO;
     }
-  };
-  std::vector<std::thread> pool;
-  if (threads > 1) {
-    for (int t = 0; t < threads; ++t) pool.emplace_back(work);
-  }
-  ProgressBar progress(jobs.size());
-  int status = kExitAccepted;
-  for (size_t i = 0; i < jobs.size(); ++i) {
-    Outcome outcome;
-    if (threads > 1) {
-      std::unique_lock<std::mutex> lock(mutex);
-      ready.wait(lock, [&] { return done[i] != 0; });
-      outcome = std::move(outcomes[i]);
-    } else {
-      outcome = Process(jobs[i], options);
+    if (!outcome.err.empty()) {
+      m_progress.Clear();
+      std::fputs(outcome.err.c_str(), stderr);
     }
-    std::fwrite(outcome.out.data(), 1, outcome.out.size(), stdout);
-    if (!outcome.err.empty()) std::fputs(outcome.err.c_str(), stderr);
-    status = std::max(status, outcome.status);
-    ++summary->answers;
-    summary->bytes += jobs[i].size;
+    m_status = std::max(m_status, outcome.status);
+    ++m_summary.answers;
+    m_summary.bytes += bytes;
     if (outcome.invalid_json) {
-      ++summary->invalid;
+      ++m_summary.invalid;
     } else if (outcome.status == kExitAccepted) {
-      ++summary->accepted;
+      ++m_summary.accepted;
     } else if (outcome.status == kExitRefused) {
-      ++summary->refused;
+      ++m_summary.refused;
     } else {
-      ++summary->other_errors;
+      ++m_summary.other_errors;
     }
-    progress.Update(i + 1);
+    m_progress.Update(m_summary.answers);
   }
-  for (std::thread& t : pool) t.join();
-  std::fflush(stdout);
-  return status;
+  // Flushes standard output; false (and Failed()) on a write error.
+  bool Flush() {
+    if (std::fflush(stdout) != 0 && m_write_error == 0) m_write_error = errno != 0 ? errno : EIO;
+    return m_write_error == 0;
+  }
+  int Failed() const { return m_write_error; }
+  int Status() const { return m_status; }
+  const Summary& Totals() const { return m_summary; }
+  ProgressBar& Progress() { return m_progress; }
+
+ private:
+  ProgressBar m_progress;
+  Summary m_summary;
+  int m_status = kExitAccepted;
+  int m_write_error = 0;
+};
+
+// Parses answers on worker threads and writes them in input order, with a
+// bounded window of answers in flight: Submit waits while the window is
+// full, so memory does not grow with the input when the writer (or its
+// reader) falls behind.
+//
+// Invariants (under m_mutex): m_written <= m_taken <= m_submitted <=
+// m_written + window; slot s % window holds answer s for m_written <= s <
+// m_submitted; m_done[s % window] once its outcome is in place.
+class Pipeline {
+ public:
+  Pipeline(const Options& options, int threads, Writer& writer)
+      : m_options(options), m_window(static_cast<size_t>(threads) * 4 + 4), m_slots(m_window), m_writer(writer) {
+    for (int t = 0; t < threads; ++t) m_workers.emplace_back([this] { Work(); });
+    m_writer_thread = std::thread([this] { WriteInOrder(); });
+  }
+  ~Pipeline() { Finish(); }
+
+  // Queues an answer (copied); false when the run stopped on a write error.
+  bool Submit(const std::string* name, size_t line, const char* text, size_t size) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_slot_free.wait(lock, [&] { return m_stop || m_submitted - m_written < m_window; });
+    if (m_stop) return false;
+    Slot& slot = m_slots[m_submitted % m_window];
+    lock.unlock();  // the slot is the submitter's alone until m_submitted moves
+    slot.text.assign(text, size);
+    slot.job = Job{name, line, slot.text.data(), size};
+    slot.done = false;
+    lock.lock();
+    ++m_submitted;
+    m_work.notify_one();
+    return true;
+  }
+
+  // Waits for every queued answer to be written.
+  void Finish() {
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      if (m_finished) return;
+      m_finished = true;
+    }
+    m_work.notify_all();
+    m_next_done.notify_all();
+    for (std::thread& t : m_workers) t.join();
+    m_writer_thread.join();
+  }
+
+ private:
+  struct Slot {
+    std::string text;
+    Job job;
+    Outcome outcome;
+    bool done = false;
+  };
+
+  void Work() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+      m_work.wait(lock, [&] { return m_stop || m_taken < m_submitted || m_finished; });
+      if (m_stop || m_taken == m_submitted) return;  // stopped, or finished with nothing left
+      Slot& slot = m_slots[m_taken++ % m_window];
+      lock.unlock();
+      Outcome outcome = ProcessGuarded(slot.job, m_options);
+      lock.lock();
+      slot.outcome = std::move(outcome);
+      slot.done = true;
+      if (&slot == &m_slots[m_written % m_window]) m_next_done.notify_one();
+    }
+  }
+
+  void WriteInOrder() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+      Slot& slot = m_slots[m_written % m_window];
+      if (!(m_written < m_submitted && slot.done)) {
+        if (m_finished && m_written == m_submitted) break;
+        // Nothing to write now: what is written so far goes out before waiting.
+        lock.unlock();
+        const bool ok = m_writer.Flush();
+        lock.lock();
+        if (!ok) break;
+        m_next_done.wait(lock, [&] {
+          return (m_written < m_submitted && m_slots[m_written % m_window].done) ||
+                 (m_finished && m_written == m_submitted);
+        });
+        continue;
+      }
+      Outcome outcome = std::move(slot.outcome);
+      const size_t bytes = slot.job.size;
+      lock.unlock();
+      m_writer.Write(outcome, bytes);
+      outcome = Outcome();
+      lock.lock();
+      ++m_written;
+      m_slot_free.notify_one();
+      if (m_writer.Failed() != 0) break;
+    }
+    if (m_writer.Failed() != 0) {
+      m_stop = true;
+      m_slot_free.notify_all();
+      m_work.notify_all();
+    }
+  }
+
+  const Options& m_options;
+  const size_t m_window;
+  std::vector<Slot> m_slots;
+  Writer& m_writer;
+  std::mutex m_mutex;
+  std::condition_variable m_slot_free, m_work, m_next_done;
+  size_t m_submitted = 0, m_taken = 0, m_written = 0;
+  bool m_finished = false, m_stop = false;
+  std::vector<std::thread> m_workers;
+  std::thread m_writer_thread;
+};
+
+// Where the answers of a run go: parsed here (one thread) or by a pipeline.
+class Sink {
+ public:
+  Sink(const Options& options, int threads, Writer& writer) : m_options(options), m_writer(writer) {
+    if (threads > 1) m_pipeline = std::make_unique<Pipeline>(options, threads, writer);
+  }
+  // False when the run stopped on a write error.
+  bool Take(const std::string* name, size_t line, const char* text, size_t size) {
+    if (m_pipeline != nullptr) return m_pipeline->Submit(name, line, text, size);
+    m_writer.Write(ProcessGuarded(Job{name, line, text, size}, m_options), size);
+    return m_writer.Failed() == 0;
+  }
+  void Finish() {
+    if (m_pipeline != nullptr) m_pipeline->Finish();
+    m_writer.Flush();
+  }
+
+ private:
+  const Options& m_options;
+  Writer& m_writer;
+  std::unique_ptr<Pipeline> m_pipeline;
+};
+
+// Feeds the lines of one JSONL input to `sink`; false when the run stopped.
+// On one thread, what is written so far goes out before the input may wait
+// (a pipeline's writer flushes whenever it waits).
+bool ReadLines(int fd, const std::string* name, Writer* flush_before_reading, Sink& sink, std::string* error) {
+  std::function<void()> before_read;
+  if (flush_before_reading != nullptr) before_read = [flush_before_reading] { flush_before_reading->Flush(); };
+  LineReader reader(fd, std::move(before_read));
+  const char* text;
+  size_t size, line;
+  while (reader.Next(&text, &size, &line)) {
+    if (IsBlank(text, size)) continue;
+    if (!sink.Take(name, line, text, size)) return false;
+  }
+  if (reader.Error() != 0) *error = std::strerror(reader.Error());
+  return true;
 }
 
 void ListKinds() {
@@ -473,36 +732,58 @@ int main(int argc, char** argv) {
   if (status >= 0) return status;
   status = kExitAccepted;
 
-  // Read every input first; the jobs point into these texts.
-  std::vector<std::string> texts(options.files.size());
-  std::vector<Job> jobs;
-  for (size_t f = 0; f < options.files.size(); ++f) {
-    const std::string& path = options.files[f];
-    const std::string name = path == "-" ? "<stdin>" : path;
-    std::string error;
-    if (!ReadAll(path, &texts[f], &error)) {
-      std::cerr << "poiparse: " << name << ": " << error << "\n";
-      status = kExitError;
-      continue;
-    }
-    if (options.jsonl) {
-      SplitLines(name, texts[f], &jobs);
-    } else {
-      jobs.push_back(Job{name, 1, texts[f].data(), texts[f].size()});
-    }
-  }
-
+  std::vector<std::string> names;
+  for (const std::string& path : options.files) names.push_back(path == "-" ? "<stdin>" : path);
   int threads = options.jobs > 0 ? options.jobs : static_cast<int>(std::thread::hardware_concurrency());
-  threads = std::max(1, std::min<int>(threads, static_cast<int>(jobs.size())));
+  if (!options.jsonl) threads = std::min<int>(threads, static_cast<int>(options.files.size()));
+  threads = std::max(1, threads);
   // The flag is process-wide: set once for the whole run, never per answer.
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = options.utf8 ? 1 : 0;
-  Summary summary;
+  Writer writer(options.jsonl ? 0 : options.files.size());
   auto start = std::chrono::steady_clock::now();
-  status = std::max(status, RunJobs(jobs, options, threads, &summary));
+  {
+    Sink sink(options, threads, writer);
+    for (size_t f = 0; f < options.files.size() && writer.Failed() == 0; ++f) {
+      const std::string& path = options.files[f];
+      std::string error;
+      bool going_on = true;
+      try {
+        if (options.jsonl) {
+          const int fd = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+          if (fd < 0) {
+            error = std::strerror(errno);
+          } else {
+            going_on = ReadLines(fd, &names[f], threads == 1 ? &writer : nullptr, sink, &error);
+            if (fd != STDIN_FILENO) close(fd);
+          }
+        } else {
+          // A whole file is one answer: read all of it, then hand it over.
+          std::string text;
+          if (ReadAll(path, &text, &error)) going_on = sink.Take(&names[f], 1, text.data(), text.size());
+        }
+      } catch (const std::bad_alloc&) {
+        error = "out of memory";
+      }
+      if (!error.empty()) {
+        writer.Progress().Clear();
+        std::cerr << "poiparse: " << names[f] << ": " << error << "\n";
+        status = kExitError;
+      }
+      if (!going_on) break;
+    }
+    sink.Finish();
+  }
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
+  status = std::max(status, writer.Status());
+  writer.Progress().Clear();
+  if (writer.Failed() != 0) {
+    std::cerr << "poiparse: standard output: " << std::strerror(writer.Failed()) << "\n";
+    status = kExitError;
+  }
 
   if (options.jsonl || options.files.size() > 1) {
+    const Summary& summary = writer.Totals();
     double mb = static_cast<double>(summary.bytes) / 1e6;
     std::fprintf(stderr,
                  "poiparse: %zu answers: %zu accepted, %zu refused, %zu invalid JSON, %zu other errors; "
