@@ -11,6 +11,7 @@
 #include <fstream>
 #include <string>
 
+#include "PoiparserVersion.h"
 #include "TestSupport.h"
 
 namespace {
@@ -214,7 +215,10 @@ TEST(ToolCli, HelpVersionAndKinds) {
   const ToolOutcome help = RunTool("--help");
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("usage: poiparse"), std::string::npos);
-  EXPECT_NE(RunTool("--version").out.find("poiparse"), std::string::npos);
+  EXPECT_EQ(RunTool("--version").out, "poiparse " POIPARSER_VERSION_STRING "\n");
+  EXPECT_EQ(std::to_string(POIPARSER_VERSION_MAJOR) + "." + std::to_string(POIPARSER_VERSION_MINOR) + "." +
+                std::to_string(POIPARSER_VERSION_PATCH),
+            POIPARSER_VERSION_STRING);
   EXPECT_NE(RunTool("--list-kinds").out.find("city-list"), std::string::npos);
 }
 

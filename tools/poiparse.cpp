@@ -24,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "PoiparserVersion.h"
 #include "foundation/BundleJsonWriter.h"
 #include "json_readers/Diagnostics.h"
 #include "json_readers/JsonDocument.h"
@@ -34,7 +35,7 @@ namespace {
 
 using _quarn_framework::AnswerKind;
 
-constexpr const char kVersion[] = "poiparse 0.1.0";
+constexpr const char kVersion[] = "poiparse " POIPARSER_VERSION_STRING;
 constexpr int kExitAccepted = 0;
 constexpr int kExitRefused = 1;
 constexpr int kExitError = 2;

@@ -36,7 +36,8 @@ done
 # Exactly the public headers, under include/poiparser/, and nothing else
 # under include/: the implementation headers (json_readers/FieldTable.h,
 # poi_parser/ParserSupport.h, foundation/Utf8.h, ...) stay out.
-public_headers='engine/dev/inc/vi/vos/VTempl.h
+public_headers='PoiparserVersion.h
+engine/dev/inc/vi/vos/VTempl.h
 foundation/BundleJsonWriter.h
 foundation/ComplexPt.h
 foundation/VBundle.h
