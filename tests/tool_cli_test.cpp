@@ -40,7 +40,14 @@ TEST(ToolCli, ErrorsExitTwoWithAMessage) {
       {"", "{\"a\": 1}", "--kind"},
       {"--kind no-such-kind", "{}", "unknown kind"},
       {"--kind", "{}", "needs a value"},
-      {"--bogus", "{}", "unknown option"},
+      {"--bogus", "{}", "poiparse: unknown option '--bogus'; see poiparse --help\n"},
+      {"--kind city-qeury", "{}", "unknown kind 'city-qeury'; did you mean city-query? (see --list-kinds)"},
+      {"--kind xyz", "{}", "unknown kind 'xyz' (see --list-kinds)"},
+      {"--compact=0", kGoodCityList, "--compact takes no value"},
+      {"--jsonl=yes", kGoodCityList, "--jsonl takes no value"},
+      {"--quiet=1", kGoodCityList, "--quiet takes no value"},
+      {"", "{\"a\": 1}\n{\"b\": 2}\n",
+       "<stdin>:2:1: invalid JSON: text after the JSON value (a second JSON value: one answer per line? see --jsonl)"},
       {"/no/such/file.json", "", "/no/such/file.json: No such file or directory"},
   };
   for (const Case& c : cases) {
@@ -49,6 +56,7 @@ TEST(ToolCli, ErrorsExitTwoWithAMessage) {
     EXPECT_EQ(o.status, 2);
     EXPECT_NE(o.err.find(c.message), std::string::npos) << o.err;
     EXPECT_EQ(o.out, "");
+    EXPECT_EQ(std::count(o.err.begin(), o.err.end(), '\n'), 1) << o.err;  // one line, no help text
   }
 }
 
@@ -192,6 +200,14 @@ TEST(ToolCli, JsonlStreamsFromAPipe) {
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2);
   }
+}
+
+TEST(ToolCli, QuietSilencesTheSummary) {
+  const std::string lines = std::string(kGoodCityList) + "\n{\n";
+  EXPECT_NE(RunTool("--jsonl", lines).err.find("2 answers"), std::string::npos);
+  const ToolOutcome quiet = RunTool("--jsonl -q", lines);
+  EXPECT_EQ(quiet.err, "<stdin>:2:2: invalid JSON: unexpected end of text\n");  // errors are still told
+  EXPECT_EQ(quiet.status, 2);
 }
 
 TEST(ToolCli, ManyFilesGiveOneAnswerEach) {
