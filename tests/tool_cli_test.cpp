@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -208,6 +210,34 @@ TEST(ToolCli, QuietSilencesTheSummary) {
   const ToolOutcome quiet = RunTool("--jsonl -q", lines);
   EXPECT_EQ(quiet.err, "<stdin>:2:2: invalid JSON: unexpected end of text\n");  // errors are still told
   EXPECT_EQ(quiet.status, 2);
+}
+
+// Peak memory does not grow with the log: ten times the answers take about
+// the same peak as one time (reading the whole log first added its length).
+TEST(ToolCli, JsonlMemoryDoesNotGrowWithTheLog) {
+  const std::string line = R"({"result": {"error": 0}, "traffic_citys": {"contents": [{"code": 1}]}, "pad": ")" +
+                           std::string(64 << 10, 'x') + "\"}\n";
+  const std::string path = testing::TempDir() + "poiparse_log_" + std::to_string(getpid()) + ".jsonl";
+  auto peak_kb = [&](int lines, const char* jobs) {
+    {
+      std::ofstream log(path, std::ios::binary);
+      for (int i = 0; i < lines; ++i) log << line;
+    }
+    // Freed memory is not held back for the address checker's sake here.
+    const std::string command = "ASAN_OPTIONS=\"$ASAN_OPTIONS:quarantine_size_mb=0\" " + std::string(POIPARSE_PATH) +
+                                " -q --jsonl " + jobs + " " + path + " >/dev/null";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);  // the largest child so far
+    return usage.ru_maxrss;
+  };
+  for (const char* jobs : {"-j 1", "-j 2"}) {
+    SCOPED_TRACE(jobs);
+    const long small = peak_kb(50, jobs);   // 3 MB
+    const long large = peak_kb(500, jobs);  // 32 MB
+    EXPECT_LT(large - small, 12 << 10) << small << " KB, then " << large << " KB";
+  }
+  std::remove(path.c_str());
 }
 
 TEST(ToolCli, ManyFilesGiveOneAnswerEach) {

@@ -859,7 +859,9 @@ int main(int argc, char** argv) {
             if (fd != STDIN_FILENO) close(fd);
           }
         } else {
-          // A whole file is one answer: read all of it, then hand it over.
+          // A whole file is one answer: read all of it, then hand it over,
+          // with those before it (reading may wait on standard input).
+          sink.BeforeRead();
           std::string text;
           if (ReadAll(path, &text, &error)) going_on = sink.Take(&names[f], 1, text.data(), text.size());
         }
