@@ -178,6 +178,22 @@ ParsedText ParseJson(const char* text, size_t size, bool use_cjson, bool explain
   return parsed;
 }
 
+// cJSON reports a failed allocation as a text it could not parse: its
+// allocations go through here, so that a refusal while one failed on this
+// thread is told as running out of memory, not as invalid JSON.
+thread_local bool t_allocation_failed = false;
+
+void* CountedMalloc(size_t size) {
+  void* block = std::malloc(size);
+  if (block == nullptr) t_allocation_failed = true;
+  return block;
+}
+
+void InstallAllocationHooks() {
+  cJSON_Hooks hooks{CountedMalloc, std::free};
+  cJSON_InitHooks(&hooks);
+}
+
 using Diagnostics = std::vector<_quarn_framework::CVDiagnostics::Resolved>;
 
 // Parses `root` with `parse`, collecting what the operation reports when
@@ -255,8 +271,10 @@ void WriteErrorLine(size_t line, const std::string& error, std::string& out) {
 Outcome Process(const Job& job, const Options& options) {
   Outcome outcome;
   std::unique_ptr<cJSON, void (*)(cJSON*)> cjson_tree(nullptr, cJSON_Delete);
+  t_allocation_failed = false;
   const ParsedText parsed = ParseJson(job.text, job.size, options.use_cjson, options.explain, &cjson_tree);
   cJSON* root = parsed.root;
+  if (root == nullptr && t_allocation_failed) throw std::bad_alloc();
   if (root == nullptr) {
     size_t line, column;
     LineColumn(job.text, job.size, parsed.error_offset, job.line, &line, &column);
@@ -841,6 +859,7 @@ int main(int argc, char** argv) {
   threads = std::max(1, threads);
   // The flag is process-wide: set once for the whole run, never per answer.
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = options.utf8 ? 1 : 0;
+  InstallAllocationHooks();
   Writer writer(options.jsonl ? 0 : options.files.size());
   auto start = std::chrono::steady_clock::now();
   {
