@@ -20,6 +20,7 @@
 
 #include <cassert>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "json_readers/JsonAccess.h"
@@ -180,6 +181,10 @@ class FieldTable {
   const FieldRow* m_rows;
   int m_count;
   int m_maxKeys;
+  int m_alwaysKeys;  // keys of the rows that store without their member
+  // Per row: the keys it stores when its member is present, 0 for the rows
+  // counted in m_alwaysKeys.
+  uint8_t m_memberKeys[kMaxRows];
   JsonMemberTable m_members;
   // The row keys, permanent strings shared by every bundle that stores them.
   // Deliberately never freed: bundles may hold their storage until exit, and

@@ -81,10 +81,11 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   }
 }
 
-void JsonMemberTable::Gather(cJSON* object, cJSON** slots) const {
+int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights) const {
   const int count = Count();
   for (int i = 0; i < count; ++i) slots[i] = nullptr;
-  if (!IsJsonObject(object)) return;
+  if (!IsJsonObject(object)) return 0;
+  int weight = 0;
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
     const char* name = m->string;
     if (name == nullptr) continue;
@@ -95,15 +96,22 @@ void JsonMemberTable::Gather(cJSON* object, cJSON** slots) const {
       const Name& candidate = m_names[static_cast<size_t>(f)];
       // Names longer than 16 bytes also compare their middle bytes.
       if (candidate.key == key && (length <= 16 || std::memcmp(candidate.text + 8, name + 8, length - 16) == 0)) {
-        if (slots[f] == nullptr) slots[f] = m;  // the first of duplicates wins
+        if (slots[f] == nullptr) {  // the first of duplicates wins
+          slots[f] = m;
+          weight += weights[f];
+        }
         break;
       }
     }
   }
   for (int i = 0; i < count; ++i) {
     int same = m_names[static_cast<size_t>(i)].same_as;
-    if (same >= 0) slots[i] = slots[same];
+    if (same >= 0 && slots[same] != nullptr) {
+      slots[i] = slots[same];
+      weight += weights[i];
+    }
   }
+  return weight;
 }
 
 // ---- Scalar reads -------------------------------------------------------------

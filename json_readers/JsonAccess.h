@@ -121,8 +121,10 @@ class JsonMemberTable {
   // REQUIRES: `slots` has room for Count() pointers.
   // Sets slots[i] (Count() of them) to the member of `object` named
   // names[i], the first one when the name repeats, or null. A null or
-  // non-object `object` gives all nulls.
-  void Gather(cJSON* object, cJSON** slots) const;
+  // non-object `object` gives all nulls. Returns the sum of weights[i] over
+  // the members found (a caller's cost of reading them).
+  // REQUIRES: `weights` has Count() entries.
+  int Gather(cJSON* object, cJSON** slots, const uint8_t* weights) const;
 
  private:
   // A name as its length and its first and last bytes (up to eight each):

@@ -162,7 +162,6 @@ void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
     return;
   }
   CVBundle place;
-  place.Reserve(1 + DetailTable().MaxKeys());
   place.SetString(kSrcNameKey, std::move(src_name));
   cJSON* detail = FindMember(ext, "detail_info");
   if (!CPoiJsonObjParser::GetPoiDetailFromJson(detail, place) && detail != nullptr) {

@@ -301,10 +301,16 @@ TEST(JsonMemberTable, GathersWhatAMemberByMemberSearchFinds) {
     Json root = ParseJson(c.object);
     const _quarn_framework::JsonMemberTable table(c.names.data(), static_cast<int>(c.names.size()));
     std::vector<cJSON*> slots(c.names.size(), reinterpret_cast<cJSON*>(&slots));
-    table.Gather(root.get(), slots.data());
+    // Weights 1, 2, 4, ...: their sum tells which members were found.
+    std::vector<uint8_t> weights;
+    for (size_t i = 0; i < c.names.size(); ++i) weights.push_back(static_cast<uint8_t>(1u << i));
+    const int weight = table.Gather(root.get(), slots.data(), weights.data());
+    int found = 0;
     for (size_t i = 0; i < c.names.size(); ++i) {
       EXPECT_EQ(slots[i], _quarn_framework::FindMember(root.get(), c.names[i])) << c.names[i];
+      if (slots[i] != nullptr) found += weights[i];
     }
+    EXPECT_EQ(weight, found);
   }
   // Many long names that differ only in their middle bytes share a hash
   // bucket neighbourhood; each still finds its own member.
@@ -320,7 +326,8 @@ TEST(JsonMemberTable, GathersWhatAMemberByMemberSearchFinds) {
   for (const std::string& n : names) texts.push_back(n.c_str());
   const _quarn_framework::JsonMemberTable table(texts.data(), static_cast<int>(texts.size()));
   std::vector<cJSON*> slots(texts.size());
-  table.Gather(root.get(), slots.data());
+  const std::vector<uint8_t> weights(texts.size(), 1);
+  EXPECT_EQ(table.Gather(root.get(), slots.data(), weights.data()), 40);
   for (size_t i = 0; i < texts.size(); ++i) {
     ASSERT_NE(slots[i], nullptr) << texts[i];
     EXPECT_EQ(slots[i]->valueint, static_cast<int>(i)) << texts[i];
