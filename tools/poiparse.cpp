@@ -559,7 +559,11 @@ class Pipeline {
   bool Push() {
     if (m_pending.jobs.empty()) return !Stopped();
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_slot_free.wait(lock, [&] { return m_stop || m_submitted - m_written < m_window; });
+    // A full window is waited on until half of it is free, so that the
+    // writer wakes this thread once per half window, not once per batch.
+    if (m_submitted - m_written == m_window) {
+      m_slot_free.wait(lock, [&] { return m_stop || m_submitted - m_written <= m_window / 2; });
+    }
     if (m_stop) return false;
     Slot& slot = m_slots[m_submitted % m_window];
     lock.unlock();  // the slot is the reading thread's alone until m_submitted moves
@@ -662,7 +666,7 @@ class Pipeline {
       }
       lock.lock();
       ++m_written;
-      m_slot_free.notify_one();
+      if (m_submitted - m_written == m_window / 2) m_slot_free.notify_one();
       if (m_writer.Failed() != 0) break;
     }
     if (m_writer.Failed() != 0) {
