@@ -20,8 +20,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
-#include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
