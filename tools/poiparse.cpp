@@ -535,13 +535,15 @@ class Writer {
 // its next batch: allocated by one worker and freed by the writer, they cost
 // the workers' heaps lock traffic, trimming and page faults. With the 256 KB
 // output blocks of Writer, these took the CPU time of -j 2 on a 100 MB log
-// of POI lists from 1.28 to about 1.1 times that of -j 1 (least of five runs
-// each, `perf stat` task-clock, on this project's shared 2-core machine).
+// of POI lists from 744 to 641 ms, and from 1.22 to 1.17 times that of -j 1
+// (least of nine runs each, `perf stat` task-clock, on this project's
+// shared 2-core machine while busy): -j 2 takes about half its CPU time
+// when both cores are its own.
 //
 // Invariants (under m_mutex): m_written <= m_taken <= m_submitted <=
 // m_written + window; slot s % window holds batch s for m_written <= s <
 // m_submitted, its `done` set once its outcomes are in place; outside those
-// batches a slot's outcomes hold only kept buffers, of nobody's answer;
+// batches a slot's outcomes are stale, kept for their buffers alone;
 // m_pending is the reading thread's alone.
 class Pipeline {
  public:
