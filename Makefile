@@ -1,7 +1,8 @@
 # The two set-up commands of the project:
 #   make run    installs what is missing, builds, and parses the example answers
 #   make test   installs what is missing, builds, and runs the test suite
-#   make install PREFIX=DIR   builds a Release copy and installs the library
+#   make install PREFIX=DIR   builds a Release copy and installs the library,
+#               bin/poiparse, its manual page and its bash completion
 #   make bench  builds the benchmarks in Release and prints their table
 #   make check  the test suite under ASan+UBSan (make test), once more built
 #               at -O2 under ASan alone with assertions on (check-o2), the
@@ -61,8 +62,9 @@ build-test: deps-test
 	cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPOIPARSER_SANITIZE=address,undefined >/dev/null
 	cmake --build $(TEST_DIR) -j $(JOBS)
 
-# The library, its headers, the CMake package and poiparser.pc, from a
-# Release build without sanitizers and tests (in build/release).
+# The library, its headers, the CMake package, poiparser.pc, bin/poiparse, its
+# manual page and its bash completion, from a Release build without
+# sanitizers and tests (in build/release).
 install: deps
 	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= >/dev/null
 	cmake --build $(RELEASE_DIR) -j $(JOBS)

@@ -1,7 +1,9 @@
 #!/bin/sh
-# Installs the library into a temporary prefix and builds the example client
-# against it twice: with CMake's find_package and with pkg-config. Both
-# clients must parse examples/poi_list.json and print the expected keys.
+# Installs the library and the tool into a temporary prefix and builds the
+# example client against it twice: with CMake's find_package and with
+# pkg-config. Both clients must parse examples/poi_list.json and print the
+# expected keys; the installed poiparse must run, with its manual page and
+# bash completion beside it.
 #
 #   install_test.sh SOURCE_DIR [WITH_SIMDJSON]
 #
@@ -25,13 +27,33 @@ fail() {
 # A separate Release copy without sanitizers, so that plain clients link.
 cmake -S "$src" -B "$work/build" -DCMAKE_BUILD_TYPE=Release \
   -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= -DPOIPARSER_WITH_SIMDJSON="$with_simdjson" >/dev/null
-cmake --build "$work/build" --target poiparser -j "$jobs" >/dev/null
+cmake --build "$work/build" --target poiparser poiparse -j "$jobs" >/dev/null
 cmake --install "$work/build" --prefix "$prefix" >/dev/null
 
 for f in lib/libpoiparser.a lib/cmake/poiparser/poiparserConfig.cmake \
   lib/cmake/poiparser/poiparserConfigVersion.cmake lib/pkgconfig/poiparser.pc; do
   [ -f "$prefix/$f" ] || fail "not installed: $f"
 done
+
+# The tool: it runs from the prefix, and its manual page and completion are
+# where man and bash-completion look for them.
+[ -x "$prefix/bin/poiparse" ] || fail "not installed: bin/poiparse"
+version=$("$prefix/bin/poiparse" --version) || fail "bin/poiparse --version exited with $?"
+case "$version" in "poiparse "[0-9]*.[0-9]*.[0-9]*) ;; *) fail "bin/poiparse --version printed: $version" ;; esac
+"$prefix/bin/poiparse" --utf8 --compact "$src/examples/poi_list.json" >/dev/null ||
+  fail "bin/poiparse on examples/poi_list.json exited with $?"
+manual=$prefix/share/man/man1/poiparse.1
+[ -f "$manual" ] || fail "not installed: share/man/man1/poiparse.1"
+for section in NAME SYNOPSIS DESCRIPTION OPTIONS "EXIT STATUS"; do
+  grep -qx "\.SH \"*$section\"*" "$manual" || fail "the manual page has no section $section"
+done
+grep -q '@[A-Z_]*@' "$manual" && fail "the manual page holds an unfilled @VARIABLE@"
+grep -q "^\.TH POIPARSE 1 .*${version#poiparse }" "$manual" || fail "the manual page does not give the version ${version#poiparse }"
+completion=$prefix/share/bash-completion/completions/poiparse
+[ -f "$completion" ] || fail "not installed: share/bash-completion/completions/poiparse"
+if command -v bash >/dev/null; then
+  bash -c ". '$completion' && complete -p poiparse" >/dev/null 2>&1 || fail "the completion does not load in bash"
+fi
 
 # Exactly the public headers, under include/poiparser/, and nothing else
 # under include/: the implementation headers (json_readers/FieldTable.h,
@@ -100,4 +122,4 @@ esac
 ${CXX:-g++} -std=c++17 -o "$work/poiclient-pc" "$src/examples/client/main.cpp" $flags
 check_output "$work/poiclient-pc"
 
-echo "install_test: package installs; CMake and pkg-config clients work"
+echo "install_test: package and tool install; CMake and pkg-config clients work"
