@@ -24,8 +24,8 @@ def summarise(lines, kind, utf8, source):
     """The partial summary of one partition: a list of one dict."""
     import poiparser
 
-    # Lines come decoded with surrogateescape: their bytes exactly, back.
-    texts = [line.encode("utf-8", "surrogateescape") for line in lines]
+    # Lines come decoded as Latin-1: their bytes exactly, back.
+    texts = [line.encode("latin-1") for line in lines]
     return [poiparser.summary(texts, kind=kind, utf8=utf8, source=source)]
 
 
@@ -55,8 +55,11 @@ def main():
                                dashboard_address=None)
         client = Client(cluster)
     try:
-        # linedelimiter "\n": lines end where poiparse's do ("\r" stays in them).
-        lines = dask.bag.read_text(args.log, blocksize=blocksize, linedelimiter="\n", errors="surrogateescape")
+        # linedelimiter "\n": lines end where poiparse's do ("\r" stays in
+        # them). Latin-1 maps each byte to one character and back: the
+        # answers' bytes reach the parser as they are, whatever their
+        # encoding, and cost half the time of UTF-8 with surrogateescape.
+        lines = dask.bag.read_text(args.log, blocksize=blocksize, linedelimiter="\n", encoding="latin-1")
         parts = lines.map_partitions(summarise, args.kind, args.utf8, args.log).compute()
     finally:
         client.close()
