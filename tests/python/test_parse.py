@@ -40,9 +40,6 @@ def expected_from_line(line):
     return value
 
 
-KINDS_TO_TRY = [None]  # filled by the first test from poiparser.kinds()
-
-
 @pytest.mark.parametrize("utf8", [False, True])
 def test_every_table_answer_with_every_kind(poiparser, utf8):
     texts = table_texts()
