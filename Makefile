@@ -4,6 +4,8 @@
 #   make install PREFIX=DIR   builds a Release copy and installs the library,
 #               bin/poiparse, its manual page and its bash completion
 #   make bench  builds the benchmarks in Release and prints their table
+#   make python builds the Python module poiparser into build/python
+#               (import it with PYTHONPATH=build/python)
 #   make check  the test suite under ASan+UBSan (make test), once more built
 #               at -O2 under ASan alone with assertions on (check-o2), the
 #               concurrency test under ThreadSanitizer, a fuzz smoke run
@@ -21,9 +23,14 @@ TSAN_DIR := build/tsan
 CJSON_ONLY_DIR := build/test-cjson-only
 CHECK_O2_DIR := build/check-o2
 FUZZ_DIR := build/fuzz
+PYTHON_DIR := build/python
 BUILD_PACKAGES := cmake g++ make libcjson-dev libsimdjson-dev pkg-config
 TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev
+# The module is built for Debian's /usr/bin/python3; its tests need pytest
+# and Dask (a two-worker local cluster replays a log).
+PYTHON_PACKAGES := $(BUILD_PACKAGES) pybind11-dev python3-dev
+PYTHON_TEST_PACKAGES := $(PYTHON_PACKAGES) python3-pytest python3-dask python3-distributed
 # clang-14 gives clang++-14; libclang-rt-14-dev gives libFuzzer and the
 # sanitizer runtimes of clang (a recommendation only, so named here).
 FUZZ_PACKAGES := $(BUILD_PACKAGES) clang-14 libclang-rt-14-dev
@@ -34,7 +41,7 @@ EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
 .PHONY: run test bench deps deps-test build build-test install clean check check-tsan check-o2 \
-	test-cjson-only \
+	test-cjson-only python test-python \
 	build-fuzz fuzz fuzz-corpus test-arm64 test-armhf
 
 # Each example is read with the arguments in examples/NAME.args, if any.
@@ -46,6 +53,20 @@ run: build
 
 test: build-test
 	cd $(TEST_DIR) && ctest --output-on-failure -j $(JOBS)
+	$(MAKE) --no-print-directory test-python
+
+# The module and the poiparse it is compared with, in Release without
+# sanitizers (a module under ASan needs the runtime preloaded into python3).
+python:
+	@scripts/install-deps.sh $(PYTHON_PACKAGES)
+	cmake -S . -B $(PYTHON_DIR) -DCMAKE_BUILD_TYPE=Release -DPOIPARSER_BUILD_TESTS=OFF -DPOIPARSER_SANITIZE= \
+	  -DPOIPARSER_PYTHON=ON -DCMAKE_POSITION_INDEPENDENT_CODE=ON -DPYTHON_EXECUTABLE=/usr/bin/python3 >/dev/null
+	cmake --build $(PYTHON_DIR) -j $(JOBS) --target poiparser_python poiparse
+
+# The module's tests (tests/python), against build/python/poiparse.
+test-python: python
+	@scripts/install-deps.sh $(PYTHON_TEST_PACKAGES)
+	PYTHONPATH=$(PYTHON_DIR) POIPARSE=$(PYTHON_DIR)/poiparse /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/python
 
 deps:
 	@scripts/install-deps.sh $(BUILD_PACKAGES)

@@ -31,6 +31,8 @@
 #include "json_readers/JsonDocument.h"
 #include "poi_parser/AnswerKinds.h"
 #include "poi_parser/PoiJsonObjParser.h"
+#include "tools/AnswerRun.h"
+#include "tools/ReplaySummary.h"
 
 namespace {
 
@@ -86,6 +88,8 @@ struct Options {
   bool color = false;
   bool jsonl = false;
   bool quiet = false;
+  bool summary = false;  // --summary: the answers' ReplaySummary instead of the answers
+  bool table = false;    // --format table
   int jobs = 0;  // 0: the number of cores
   std::vector<std::string> files;
 };
@@ -104,6 +108,10 @@ struct Outcome {
   int status = kExitAccepted;
   bool invalid_json = false;
   bool out_of_memory = false;
+  // --summary: the answer's share of the summary, and where the answer is.
+  poiparse_support::AnswerRecord record;
+  const std::string* source = nullptr;
+  size_t line = 0;
 };
 
 bool ReadAll(const std::string& path, std::string* text, std::string* error) {
@@ -121,112 +129,7 @@ bool ReadAll(const std::string& path, std::string* text, std::string* error) {
   return ok;
 }
 
-// Line (from `first_line`) and column (from 1, in characters) of byte
-// `offset` of `text`.
-void LineColumn(const char* text, size_t size, size_t offset, size_t first_line, size_t* line,
-                size_t* column) {
-  *line = first_line;
-  *column = 1;
-  for (size_t i = 0; i < offset && i < size; ++i) {
-    unsigned char c = static_cast<unsigned char>(text[i]);
-    if (c == '\n') {
-      ++*line;
-      *column = 1;
-    } else if ((c & 0xC0) != 0x80) {
-      ++*column;
-    }
-  }
-}
-
-// A parsed answer text: the root (null when the text is not JSON) and, when
-// the text was accepted but is not strict JSON, where and why.
-struct ParsedText {
-  cJSON* root = nullptr;
-  size_t error_offset = 0;        // refused: where the text stops being JSON
-  const char* error = "";         // refused: why
-  const char* leniency = nullptr;  // accepted but not strict: why
-  size_t leniency_offset = 0;
-};
-
-// Parses one JSON text with this thread's document, or with cJSON alone
-// (--parser cjson; the tree is then kept in *cjson_tree). Both give the same
-// tree by the document's contract; leniencies are looked for only when
-// `explain` asks for them.
-ParsedText ParseJson(const char* text, size_t size, bool use_cjson, bool explain,
-                     std::unique_ptr<cJSON, void (*)(cJSON*)>* cjson_tree) {
-  ParsedText parsed;
-  if (!use_cjson) {
-    // One document per thread, reused from answer to answer: the tree lives
-    // until this thread parses the next answer.
-    static thread_local _quarn_framework::CJsonDocument document;
-    parsed.root = document.Parse(text, size);
-    if (parsed.root == nullptr) {
-      parsed.error_offset = document.ErrorOffset();
-      parsed.error = document.ErrorMessage();
-    } else if (explain && !document.IsStrict()) {
-      parsed.leniency = document.LeniencyMessage();
-      parsed.leniency_offset = document.LeniencyOffset();
-    }
-    return parsed;
-  }
-  // cJSON wants a NUL right after the text to reject trailing garbage.
-  std::string copy(text, size);
-  const char* end = nullptr;
-  cjson_tree->reset(cJSON_ParseWithLengthOpts(copy.c_str(), size + 1, &end, 1));
-  size_t stop = end != nullptr ? static_cast<size_t>(end - copy.c_str()) : 0;
-  if (*cjson_tree != nullptr && stop < size) cjson_tree->reset();  // cJSON stopped at a NUL byte
-  parsed.root = cjson_tree->get();
-  if (parsed.root == nullptr) {
-    parsed.error_offset = stop;
-    parsed.error = _quarn_framework::CJsonDocument::DescribeRefusal(text, size, &parsed.error_offset);
-  } else if (explain) {
-    parsed.leniency = _quarn_framework::CJsonDocument::FindLeniency(text, size, &parsed.leniency_offset);
-  }
-  return parsed;
-}
-
-// cJSON reports a failed allocation as a text it could not parse: its
-// allocations go through here, so that a refusal while one failed on this
-// thread is told as running out of memory, not as invalid JSON.
-thread_local bool t_allocation_failed = false;
-
-void* CountedMalloc(size_t size) {
-  void* block = std::malloc(size);
-  if (block == nullptr) t_allocation_failed = true;
-  return block;
-}
-
-void InstallAllocationHooks() {
-  cJSON_Hooks hooks{CountedMalloc, std::free};
-  cJSON_InitHooks(&hooks);
-}
-
-using Diagnostics = std::vector<_quarn_framework::CVDiagnostics::Resolved>;
-
-// Parses `root` with `parse`, collecting what the operation reports when
-// `diagnostics` is given. The collector is installed on this thread around
-// the operation only.
-int ParseExplained(const AnswerKind& kind, int (*parse)(cJSON*, _quarn_vi::CVBundle&), cJSON* root,
-                   _quarn_vi::CVBundle& bundle, Diagnostics* diagnostics) {
-  if (diagnostics == nullptr) return parse(root, bundle);
-  _quarn_framework::CVDiagnostics collector;
-  int result;
-  {
-    _quarn_framework::CVDiagnosticsScope scope(collector);
-    result = parse(root, bundle);
-  }
-  *diagnostics = collector.Resolve(root);
-  if (result != 1 && std::none_of(diagnostics->begin(), diagnostics->end(), [](const auto& d) {
-        return d.severity == _quarn_framework::CVDiagnostics::kRefused;
-      })) {
-    // A record operation does not report its own node's type test: say it
-    // here, for the whole input.
-    diagnostics->push_back({"$", _quarn_framework::CVDiagnostics::kRefused,
-                            std::string(_quarn_framework::JsonTypeName(root)) + " not accepted as a " + kind.name +
-                                " record"});
-  }
-  return result;
-}
+using poiparse_support::Diagnostics;
 
 void WriteResult(const AnswerKind& kind, int result, const _quarn_vi::CVBundle& bundle,
                  const Diagnostics* diagnostics, const Options& options, std::string& out) {
@@ -289,70 +192,70 @@ Outcome Reuse(Outcome used) {
 // the other threads' feet.
 Outcome Process(const Job& job, const Options& options, Outcome used) {
   Outcome outcome = Reuse(std::move(used));
-  std::unique_ptr<cJSON, void (*)(cJSON*)> cjson_tree(nullptr, cJSON_Delete);
-  t_allocation_failed = false;
-  const ParsedText parsed = ParseJson(job.text, job.size, options.use_cjson, options.explain, &cjson_tree);
-  cJSON* root = parsed.root;
-  if (root == nullptr && t_allocation_failed) throw std::bad_alloc();
-  if (root == nullptr) {
-    size_t line, column;
-    LineColumn(job.text, job.size, parsed.error_offset, job.line, &line, &column);
-    outcome.err = *job.name + ":" + std::to_string(line) + ":" + std::to_string(column) +
-                  ": invalid JSON: " + parsed.error;
-    if (!options.jsonl && parsed.error_offset < job.size &&
-        (job.text[parsed.error_offset] == '{' || job.text[parsed.error_offset] == '[')) {
+  poiparse_support::RunOptions run_options;
+  run_options.kind = options.kind;
+  run_options.utf8 = options.utf8;
+  run_options.use_cjson = options.use_cjson;
+  run_options.explain = options.explain || options.summary;
+  poiparse_support::AnswerRun run;
+  poiparse_support::RunAnswer(job.text, job.size, job.line, run_options, &run);
+  if (run.status == poiparse_support::RunStatus::kInvalidJson) {
+    outcome.err = *job.name + ":" + std::to_string(run.error_line) + ":" + std::to_string(run.error_column) +
+                  ": invalid JSON: " + run.error;
+    if (!options.jsonl && run.error_offset < job.size &&
+        (job.text[run.error_offset] == '{' || job.text[run.error_offset] == '[')) {
       outcome.err += " (a second JSON value: one answer per line? see --jsonl)";
     }
     outcome.err += "\n";
-    if (options.jsonl) {
-      WriteErrorLine(job.line, std::string("invalid JSON: ") + parsed.error + " at column " + std::to_string(column),
+    if (options.jsonl && !options.summary) {
+      WriteErrorLine(job.line, std::string("invalid JSON: ") + run.error + " at column " +
+                                   std::to_string(run.error_column),
                      outcome.out);
     }
     outcome.status = kExitError;
     outcome.invalid_json = true;
+    outcome.record.outcome = poiparse_support::AnswerOutcome::kInvalid;
     return outcome;
   }
-  const AnswerKind* kind = options.kind;
-  if (kind == nullptr) kind = _quarn_framework::DetectAnswerKind(root);
-  if (kind == nullptr) {
+  if (run.status == poiparse_support::RunStatus::kUnknownKind) {
     std::string where = options.jsonl ? *job.name + ":" + std::to_string(job.line) : *job.name;
     outcome.err = "poiparse: " + where +
                   ": cannot tell the answer kind from its shape; name it with --kind (see --list-kinds)\n";
-    if (options.jsonl) WriteErrorLine(job.line, "cannot tell the answer kind from its shape", outcome.out);
+    if (options.jsonl && !options.summary) {
+      WriteErrorLine(job.line, "cannot tell the answer kind from its shape", outcome.out);
+    }
     outcome.status = kExitError;
+    outcome.record.outcome = poiparse_support::AnswerOutcome::kInvalid;
     return outcome;
   }
-  const _quarn_framework::BundleOperation parse = kind->OperationFor(options.utf8).run;
-  _quarn_vi::CVBundle bundle;
-  Diagnostics diagnostics;
-  int result = ParseExplained(*kind, parse, root, bundle, options.explain ? &diagnostics : nullptr);
-  if (parsed.leniency != nullptr) {
-    size_t line, column;
-    LineColumn(job.text, job.size, parsed.leniency_offset, job.line, &line, &column);
-    diagnostics.insert(diagnostics.begin(),
-                       {"$", _quarn_framework::CVDiagnostics::kWarning,
-                        std::string("not strict JSON, accepted through cJSON's leniencies: ") + parsed.leniency +
-                            " at line " + std::to_string(line) + ", column " + std::to_string(column)});
+  if (options.summary) {
+    outcome.record = poiparse_support::RecordOf(run);
+  } else {
+    WriteResult(*run.kind, run.result, run.bundle, options.explain ? &run.diagnostics : nullptr, options,
+                outcome.out);
   }
-  WriteResult(*kind, result, bundle, options.explain ? &diagnostics : nullptr, options, outcome.out);
-  outcome.status = result == 1 ? kExitAccepted : kExitRefused;
+  outcome.status = run.result == 1 ? kExitAccepted : kExitRefused;
   return outcome;
 }
 
 // Process, with running out of memory on one answer reported for that
 // answer alone: the batch goes on and exits 2 at the end.
 Outcome ProcessGuarded(const Job& job, const Options& options, Outcome used = Outcome()) {
+  Outcome outcome;
   try {
-    return Process(job, options, std::move(used));
+    outcome = Process(job, options, std::move(used));
   } catch (const std::bad_alloc&) {
-    Outcome outcome;
+    outcome = Outcome();
     outcome.status = kExitError;
     outcome.out_of_memory = true;
+    outcome.record.outcome = poiparse_support::AnswerOutcome::kOutOfMemory;
     std::string where = options.jsonl ? *job.name + ":" + std::to_string(job.line) : *job.name;
     outcome.err = "poiparse: " + where + ": out of memory\n";
-    if (options.jsonl) WriteErrorLine(job.line, "out of memory", outcome.out);
-    return outcome;
+    if (options.jsonl && !options.summary) WriteErrorLine(job.line, "out of memory", outcome.out);
   }
+  outcome.source = job.name;
+  outcome.line = job.line;
+  return outcome;
 }
 
 // Reads a file descriptor in large blocks and hands out its lines. A line
@@ -492,6 +395,9 @@ class Writer {
       m_progress.Clear();
       std::fputs(outcome.err.c_str(), stderr);
     }
+    if (m_replay != nullptr) {
+      m_replay->Add(static_cast<size_t>(outcome.source - m_sources), outcome.line, outcome.record);
+    }
     m_status = std::max(m_status, outcome.status);
     ++m_summary.answers;
     m_summary.bytes += bytes;
@@ -515,10 +421,18 @@ class Writer {
   int Status() const { return m_status; }
   const Summary& Totals() const { return m_summary; }
   ProgressBar& Progress() { return m_progress; }
+  // --summary: the outcomes' records go to `replay`, each at the source
+  // `outcome.source - sources` (the names of the run's inputs, in order).
+  void CollectSummary(poiparse_support::ReplaySummary* replay, const std::string* sources) {
+    m_replay = replay;
+    m_sources = sources;
+  }
 
  private:
   static constexpr size_t kOutputBuffer = 256 << 10;
   ProgressBar m_progress;
+  poiparse_support::ReplaySummary* m_replay = nullptr;
+  const std::string* m_sources = nullptr;
   Summary m_summary;
   int m_status = kExitAccepted;
   int m_write_error = 0;
@@ -733,11 +647,13 @@ class Sink {
 };
 
 // Feeds the lines of one JSONL input to `sink`; false when the run stopped.
-bool ReadLines(int fd, const std::string* name, Sink& sink, std::string* error) {
+// *lines: the lines read, blank ones included.
+bool ReadLines(int fd, const std::string* name, Sink& sink, std::string* error, size_t* lines) {
   LineReader reader(fd, [&sink] { sink.BeforeRead(); });
   const char* text;
   size_t size, line;
   while (reader.Next(&text, &size, &line)) {
+    *lines = line;
     if (IsBlank(text, size)) continue;
     if (!sink.Take(name, line, text, size)) return false;
   }
@@ -798,6 +714,7 @@ bool ParseCount(const std::string& text, int* value) {
 // Parses the command line; returns -1 to go on, else an exit status.
 int ParseArgs(int argc, char** argv, Options* options) {
   bool only_files = false;
+  bool format_given = false;
   std::string color = "auto";
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
@@ -862,6 +779,18 @@ int ParseArgs(int argc, char** argv, Options* options) {
     } else if (arg == "--jsonl") {
       if (!no_value()) return kExitError;
       options->jsonl = true;
+    } else if (arg == "--summary") {
+      if (!no_value()) return kExitError;
+      options->summary = true;
+    } else if (arg == "--format") {
+      std::string format;
+      if (!take_value(&format)) return kExitError;
+      if (format != "json" && format != "table") {
+        std::cerr << "poiparse: --format takes json or table\n";
+        return kExitError;
+      }
+      options->table = format == "table";
+      format_given = true;
     } else if (arg == "-q" || arg == "--quiet") {
       if (!no_value()) return kExitError;
       options->quiet = true;
@@ -893,6 +822,10 @@ int ParseArgs(int argc, char** argv, Options* options) {
       return kExitError;
     }
   }
+  if (format_given && !options->summary) {
+    std::cerr << "poiparse: --format goes with --summary\n";
+    return kExitError;
+  }
   if (options->files.empty()) options->files.push_back("-");
   const char* no_color = std::getenv("NO_COLOR");
   const bool colors_unwanted = no_color != nullptr && no_color[0] != '\0';
@@ -915,8 +848,13 @@ int main(int argc, char** argv) {
   threads = std::max(1, threads);
   // The flag is process-wide: set once for the whole run, never per answer.
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = options.utf8 ? 1 : 0;
-  InstallAllocationHooks();
+  poiparse_support::InstallAllocationHooks();
   Writer writer(options.jsonl ? 0 : options.files.size());
+  poiparse_support::ReplaySummary replay;
+  if (options.summary) {
+    for (const std::string& name : names) replay.AddSource(name);
+    writer.CollectSummary(&replay, names.data());
+  }
   auto start = std::chrono::steady_clock::now();
   {
     Sink sink(options, threads, writer);
@@ -930,7 +868,9 @@ int main(int argc, char** argv) {
           if (fd < 0) {
             error = std::strerror(errno);
           } else {
-            going_on = ReadLines(fd, &names[f], sink, &error);
+            size_t lines = 0;
+            going_on = ReadLines(fd, &names[f], sink, &error, &lines);
+            if (options.summary) replay.SetLines(f, lines);
             if (fd != STDIN_FILENO) close(fd);
           }
         } else {
@@ -938,7 +878,13 @@ int main(int argc, char** argv) {
           // with those before it (reading may wait on standard input).
           sink.BeforeRead();
           std::string text;
-          if (ReadAll(path, &text, &error)) going_on = sink.Take(&names[f], 1, text.data(), text.size());
+          if (ReadAll(path, &text, &error)) {
+            if (options.summary) {
+              replay.SetLines(f, static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) +
+                                     (!text.empty() && text.back() != '\n' ? 1 : 0));
+            }
+            going_on = sink.Take(&names[f], 1, text.data(), text.size());
+          }
         }
       } catch (const std::bad_alloc&) {
         error = "out of memory";
@@ -959,6 +905,14 @@ int main(int argc, char** argv) {
   if (writer.Failed() != 0) {
     std::cerr << "poiparse: standard output: " << std::strerror(writer.Failed()) << "\n";
     status = kExitError;
+  }
+
+  if (options.summary && writer.Failed() == 0) {
+    const std::string text = options.table ? replay.ToTable() : replay.ToJson();
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
+      std::cerr << "poiparse: standard output: " << std::strerror(errno != 0 ? errno : EIO) << "\n";
+      status = kExitError;
+    }
   }
 
   if ((options.jsonl || options.files.size() > 1) && !options.quiet) {
