@@ -28,6 +28,9 @@
 namespace _quarn_framework {
 
 class FieldTable;
+namespace schema {
+struct CustomSchema;  // json_readers/FieldSchema.h
+}  // namespace schema
 
 // The table of a nested record or list element: a function that builds the
 // table once (a function-local static) and returns it. Tables refer to each
@@ -71,11 +74,14 @@ struct FieldRow {
   IntConversion convert;  // kIntAlways: applied to the int before it is stored; null: none
   TableFunction table;    // kRecord, kFlat, kList: the nested table
   FieldFunction custom;   // kCustom
+  // kCustom: what the function reads and stores, for the schemas and the
+  // reference (json_readers/FieldSchema.h); never read while parsing.
+  const schema::CustomSchema* schema;
 };
 
 // Row builders; `key` defaults to the member's own name.
 constexpr FieldRow MakeRow(const char* member, const char* key, FieldReader reader) {
-  return FieldRow{member, key ? key : member, reader, Keep::kRecords, 1, 0, nullptr, nullptr, nullptr};
+  return FieldRow{member, key ? key : member, reader, Keep::kRecords, 1, 0, nullptr, nullptr, nullptr, nullptr};
 }
 constexpr FieldRow IntField(const char* member, const char* key = nullptr) {
   return MakeRow(member, key, FieldReader::kInt);
@@ -134,12 +140,13 @@ constexpr FieldRow ListField(const char* member, const char* key, TableFunction 
   return row;
 }
 // A member whose reading no standard row expresses; `keys` is the most keys
-// `custom` stores.
+// `custom` stores, `schema` describes what it reads and stores.
 constexpr FieldRow CustomField(const char* member, const char* key, FieldFunction custom,
-                               unsigned char keys = 1) {
+                               const schema::CustomSchema& schema, unsigned char keys = 1) {
   FieldRow row = MakeRow(member, key, FieldReader::kCustom);
   row.custom = custom;
   row.keys = keys;
+  row.schema = &schema;
   return row;
 }
 
@@ -175,6 +182,9 @@ class FieldTable {
     assert(row >= 0 && row < m_count);
     return m_keys[row];
   }
+  // The rows, as given to the constructor (for the schemas).
+  const FieldRow* Rows() const { return m_rows; }
+  int RowCount() const { return m_count; }
 
  private:
   const FieldRow* m_rows;
@@ -186,6 +196,9 @@ class FieldTable {
   // the pointer keeps it reachable for leak checkers after the table's end.
   CVString* m_keys;
 };
+
+// The table of the current-city record (CJsonObjParser::GetCurrentCityFromJson).
+const FieldTable& CurrentCityTable();
 
 // Whether `member` is an object (an array for UsableArray); a present member
 // of another type is reported as skipped.

@@ -1,5 +1,7 @@
 #include "poi_parser/AnswerKinds.h"
 
+#include "poi_parser/OperationSchemas.h"
+
 #include <array>
 #include <cassert>
 #include <cstring>
@@ -34,8 +36,9 @@ constexpr TextMode kIgnored = TextMode::kIgnored;
 constexpr TextMode kDecodes = TextMode::kDecodes;
 
 // clang-format off
-#define POIPARSER_OPERATION(name, role, text_mode) {#name, role, text_mode, P::name, nullptr}
-#define POIPARSER_LIST_OPERATION(name, text_mode) {#name, kRecord, text_mode, RunList<P::name>, P::name}
+#define POIPARSER_OPERATION(name, role, text_mode) {#name, role, text_mode, P::name, nullptr, &schema::k##name}
+#define POIPARSER_LIST_OPERATION(name, text_mode) \
+  {#name, kRecord, text_mode, RunList<P::name>, P::name, &schema::k##name}
 // clang-format on
 
 // The text mode: the suggested-query texts (read by the POI list, area and

@@ -4,6 +4,7 @@
 // multi-area search (one summary and one list of places per sub-search).
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -38,10 +39,16 @@ void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
   out.SetInt(key, text.IsEmpty() ? 0 : _quarn_vi::_wtoi(text.GetBuffer(0)));
 }
 
+constexpr schema::Key kSortRuleKeys[] = {
+    schema::ScalarKey("sortrule", schema::Value::kInt, 0,
+                      "d_sort_rule: the number its text starts with, 0 for an empty text"),
+};
+constexpr schema::CustomSchema kSortRuleSchema = {schema::MakeMember(nullptr, schema::Json::kText), kSortRuleKeys};
+
 constexpr FieldRow kAreaPlaceParamRows[] = {
     StringField("d_data_type", "type"),
     StringField("d_sort_type", "sortkey"),
-    CustomField("d_sort_rule", "sortrule", ReadSortRule),
+    CustomField("d_sort_rule", "sortrule", ReadSortRule, kSortRuleSchema),
 };
 
 // A sub-search summary; "op_gel" is an integer here, unlike in the answers'
@@ -68,6 +75,66 @@ int GetSubSearchPoisFromJson(cJSON* node, CVBundle& list) {
 }
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member kAreaMembers[] = {
+    TableMember("result", kAreaOptionRows, kRequired),
+    kCurrentCityMember,
+    kPsrsMember,
+    kSuggestMember,
+    TableMember("place_info", kAreaPlaceParamRows),
+    ArrayMember("content", kPoiElement),
+};
+constexpr Key kAreaKeys[] = {
+    RowsKeys(kAreaOptionRows, "result", kAlways),
+    CurrentCityKey("current_city"),
+    kPsrsKey,
+    kSuggestKey,
+    TableKey("placeparam", Value::kBundle, kAreaPlaceParamRows, 0, "place_info",
+             "when it is present (empty unless an object)"),
+    ScalarKey("count", Value::kInt, kAlways, "content: the array's length, 0 when it is not an array"),
+    RecordKey("pois", Value::kBundleArray, kGetPoiContentFromJson, 0, "content", "when an element gave a POI record"),
+};
+constexpr const char* kAreaRefusals[] = {
+    "a root or \"result\" that is not an object; nothing is stored",
+};
+
+constexpr Member kSummaryElement = TableMember(nullptr, kSummaryRows);
+constexpr Member kMultiResultMembers[] = {ArrayMember("result_array", kSummaryElement, kRequired)};
+constexpr Member kSubSearchElement = ArrayMember(nullptr, kPoiElement);
+constexpr Member kMultiMembers[] = {
+    ObjectMember("result", kMultiResultMembers, kRequired),
+    ArrayMember("content", kSubSearchElement),
+};
+constexpr Key kSubSearchKeys[] = {
+    RecordKey("cont", Value::kBundleArray, kGetPoiContentFromJson, kAlways, "content[]: its POI records",
+              "always (possibly empty)"),
+};
+constexpr Key kMultiKeys[] = {
+    TableKey("result", Value::kBundleArray, kSummaryRows, 0, "result.result_array", "when it has elements"),
+    NestedKey("content", Value::kBundleArray, kSubSearchKeys, 0, "content: one bundle per array element",
+              "when it is a non-empty array"),
+};
+constexpr const char* kMultiRefusals[] = {
+    "a root or \"result\" that is not an object, a \"result\".\"result_array\" that is not an array, or an "
+    "element of it that is not an object; nothing is stored",
+};
+
+}  // namespace
+
+const OperationSchema kParseAreaSearchRst =
+    Operation("The area search answer: a page of places with the search's options, the current city, the hints "
+              "and the place category.",
+              ObjectMember(nullptr, kAreaMembers), kAreaKeys, kAreaRefusals);
+const OperationSchema kParseAreaMultiSearchRst =
+    Operation("The multi-area search answer: one summary and one list of places per sub-search.",
+              ObjectMember(nullptr, kMultiMembers), kMultiKeys, kMultiRefusals);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kAreaOptionRows);

@@ -2,6 +2,7 @@
 // type and the current city) and the address record.
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -29,6 +30,12 @@ void ReadLevel(cJSON* member, const CVString& key, CVBundle& out) {
   out.SetInt(key, level);
 }
 
+constexpr schema::Key kLevelKeys[] = {
+    schema::ScalarKey("level", schema::Value::kInt, schema::kAlways,
+                      "level: its non-zero value, else by \"city_type\" 0 to 3: 4, 11, 12, 13, else 0"),
+};
+constexpr schema::CustomSchema kLevelSchema = {schema::MakeMember(nullptr, schema::Json::kInt), kLevelKeys};
+
 // The city is named by "cname"; a "name" member is not read. "city_type" is
 // always stored, 0 when unreadable.
 constexpr FieldRow kCityQueryRows[] = {
@@ -39,7 +46,7 @@ constexpr FieldRow kCityQueryRows[] = {
     StringField("uid"),
     IntField("pccode"),
     StringField("pcname"),
-    CustomField("level", "level", ReadLevel),
+    CustomField("level", "level", ReadLevel, kLevelSchema),
     BoolField("sup_bus"),
     BoolField("sup_business_area"),
     BoolField("sup_subway"),
@@ -54,6 +61,32 @@ constexpr FieldRow kAddressRows[] = {
 };
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member kCityQueryMembers[] = {
+    TableMember("content", kCityQueryRows, kRequired),
+    kCurrentCityMember,
+};
+constexpr Key kCityQueryKeys[] = {
+    RowsKeys(kCityQueryRows, "content", kAlways),
+    CurrentCityKey("current_city"),
+};
+constexpr const char* kCityQueryRefusals[] = {
+    "a null root or one without \"content\"; nothing is stored",
+};
+
+}  // namespace
+
+const OperationSchema kParseCityQueryRst =
+    Operation("The city query answer: one city read flat from \"content\", and the current city.",
+              ObjectMember(nullptr, kCityQueryMembers), kCityQueryKeys, kCityQueryRefusals);
+const OperationSchema kGetAddrContentFromJson = TableRecord("One address record.", kAddressRows);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParseCityQueryRst(cJSON* root, CVBundle& out) {
   static const FieldTable table(kCityQueryRows);

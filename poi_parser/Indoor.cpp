@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -47,13 +48,20 @@ void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
   out.SetBool(kPFlagKey, (bits & 4u) != 0);
 }
 
+constexpr schema::Key kTwpKeys[] = {
+    schema::ScalarKey("t_flag", schema::Value::kBool, schema::kAlways, "twp: bit 0 of the number it starts with"),
+    schema::ScalarKey("w_flag", schema::Value::kBool, schema::kAlways, "twp: bit 1 of the number it starts with"),
+    schema::ScalarKey("p_flag", schema::Value::kBool, schema::kAlways, "twp: bit 2 of the number it starts with"),
+};
+constexpr schema::CustomSchema kTwpSchema = {schema::MakeMember(nullptr, schema::Json::kLeadingInt), kTwpKeys};
+
 constexpr FieldRow kIndoorPoiRows[] = {
     StringField("address"),   StringField("qx_id"),    StringField("cid"),
     StringField("discount"),  StringField("floor"),    StringField("name"),
     StringField("phone"),     StringField("poi_rank"), StringField("price"),
     StringField("pt_x"),      StringField("pt_y"),     StringField("star_level"),
     StringField("tag"),       StringField("tuan_nums"), StringField("uid"),
-    CustomField("twp", "t_flag", ReadTwpFlags, 3),
+    CustomField("twp", "t_flag", ReadTwpFlags, kTwpSchema, 3),
 };
 
 const FieldTable& IndoorPoiTable() {
@@ -98,6 +106,41 @@ void ReportUnreadPage(cJSON* root, int status) {
 }
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member IndoorPage() {
+  Member data = TableMember("data", kPageRows, kRequired);
+  data.read_when_zero = "errNo";
+  return data;
+}
+constexpr Member kIndoorMembers[] = {
+    MakeMember("errNo", Json::kInt),
+    MakeMember("Msg", Json::kAny),
+    IndoorPage(),
+};
+constexpr Key kIndoorKeys[] = {
+    ScalarKey("errNo", Value::kInt, 0,
+              "errNo: the client's error code: 11 for status 5; for status 1, 601 when \"Msg\" names \"bid\", "
+              "else 602 when it names \"floor\"; 603 for any other status or none",
+              "when the status is not 0 (for status 1, only when \"Msg\" names \"bid\" or \"floor\")"),
+    RowsKeys(kPageRows, "data"),
+};
+constexpr const char* kIndoorRefusals[] = {
+    "a root that is not an object, or a status of 0 without a \"data\" object; nothing is stored",
+};
+
+}  // namespace
+
+const OperationSchema kParsePoiIndoorRst =
+    Operation("The indoor search answer: a page of places inside a building, or the client's error code.",
+              ObjectMember(nullptr, kIndoorMembers), kIndoorKeys, kIndoorRefusals);
+const OperationSchema kGetIndoorPoiContentFromJson = TableRecord("One indoor POI record.", IndoorPoiTable);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
   static const FieldTable page_table(kPageRows);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -45,6 +46,55 @@ const FieldTable& AddressTable() {
 }
 
 }  // namespace
+
+// ---- What the operation reads and stores -----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member kAddressElement = TableMember(nullptr, AddressTable);
+constexpr Member kPoiResultMembers[] = {
+    TableMember("option", kOptionRows, kRequired),
+    TableMember("place_info", kPlaceParamRows, kRequired),
+    kCurrentCityMember,
+    ArrayMember("contents", kPoiElement),
+    ArrayMember("addrs", kAddressElement),
+    kPsrsMember,
+    kSuggestMember,
+};
+constexpr Member kPoiListMembers[] = {
+    kStatusFrame,
+    ObjectMember("poi_result", kPoiResultMembers, kRequired),
+};
+constexpr Key kPoiListKeys[] = {
+    ScalarKey("search_type", Value::kInt, kAlways, "always 0"),
+    RowsKeys(kOptionRows, "poi_result.option", kAlways),
+    TableKey("placeparam", Value::kBundle, kPlaceParamRows, kAlways, "poi_result.place_info", nullptr),
+    CurrentCityKey("poi_result.current_city"),
+    ScalarKey("count", Value::kInt, kAlways, "poi_result.contents: the array's length, 0 when it is not an array"),
+    RecordKey("pois", Value::kBundleArray, kGetPoiContentFromJson, 0, "poi_result.contents",
+              "when an element gave a POI record"),
+    TableKey("addrs", Value::kBundleArray, AddressTable, 0, "poi_result.addrs", "when an element is an object"),
+    RecordKey("py_correct", Value::kBundle, kGetPsrsFromJson, 0,
+              "poi_result.psrs, or else poi_result.suggest_query (the suggested-query record)",
+              "when either gives its record"),
+    RecordKey("suggest_query", Value::kBundle, kGetSuggestQueryFromJson, 0, "poi_result.suggest_query",
+              "when it is an array"),
+};
+constexpr const char* kPoiListRefusals[] = {
+    "a null root, or a \"result\" that is not an object with an \"error\" of 0; nothing is stored",
+    "a \"poi_result\" or its \"option\" that is not an object; \"search_type\" is stored",
+    "a \"poi_result\".\"place_info\" that is not an object; \"search_type\" and the option keys are stored",
+};
+
+}  // namespace
+
+const OperationSchema kParsePoiListRst =
+    Operation("The POI list answer: a page of places with the search's options, the current city, "
+              "matching addresses and the hints.",
+              ObjectMember(nullptr, kPoiListMembers), kPoiListKeys, kPoiListRefusals);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kOptionRows);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -136,6 +137,11 @@ const FieldTable& DetailTable() {
 
 // ---- POI record --------------------------------------------------------------
 
+constexpr schema::Key kTelKeys[] = {
+    schema::ScalarKey("tel", schema::Value::kString, 0, "tel: cut to 79 bytes at a whole character, separators normalised"),
+};
+constexpr schema::CustomSchema kTelSchema = {schema::MakeMember(nullptr, schema::Json::kText), kTelKeys};
+
 // Irregular: "tel" through the telephone buffer, normalised; the bytes are
 // widened, not decoded.
 void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
@@ -147,6 +153,21 @@ void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
   CJsonObjParser::ProcessTelNum(buffer);
   out.SetString(key, CVString(buffer));
 }
+
+// The place bundle: "src_name", then the detail record's keys.
+constexpr schema::Key kPlaceKeys[] = {
+    schema::ScalarKey("src_name", schema::Value::kString, schema::kAlways, "ext.src_name"),
+    schema::RecordKeys(schema::kGetPoiDetailFromJson, "ext.detail_info"),
+};
+constexpr schema::Key kExtKeys[] = {
+    schema::NestedKey("place", schema::Value::kBundle, kPlaceKeys, 0, "ext",
+                      "when \"ext\".\"src_name\" reads as non-empty text"),
+};
+constexpr schema::Member kExtMembers[] = {
+    schema::MakeMember("src_name", schema::Json::kNonEmptyText, schema::kRequired),
+    schema::RecordMember("detail_info", schema::kGetPoiDetailFromJson),
+};
+constexpr schema::CustomSchema kExtSchema = {schema::ObjectMember(nullptr, kExtMembers), kExtKeys};
 
 // Irregular: the place bundle holds "ext"."src_name" first, then the detail
 // record of "ext"."detail_info" in the same bundle; only for a non-empty
@@ -179,13 +200,13 @@ constexpr FieldRow kPoiRows[] = {
     IntField("acc_flag"),
     StringField("addr"),
     BoolField("detail"),
-    CustomField("tel", "tel", ReadTel),
+    CustomField("tel", "tel", ReadTel, kTelSchema),
     IntAlwaysField("poiType", "type", 0, CJsonObjParser::int2PoiType),
     StringField("indoor_pano"),
     IntField("pano"),
     StringField("aoi"),
     RecordField("show", "show", ShowTable),
-    CustomField("ext", "place", ReadPlace),
+    CustomField("ext", "place", ReadPlace, kExtSchema),
     IntField("dis", "distance"),
     StringField("rp_des"),
     StringField("sep_char"),
@@ -193,6 +214,48 @@ constexpr FieldRow kPoiRows[] = {
 };
 
 }  // namespace
+
+// ---- What the operations read and store ----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member kSEResultElement = MakeMember(nullptr, Json::kString);
+constexpr Member kPsrsMembers[] = {
+    MakeMember("SENum", Json::kInt),
+    ArrayMember("SEResult", kSEResultElement, kRequired),
+};
+constexpr Key kPsrsKeys[] = {
+    ScalarKey("num", Value::kInt, 0, "SENum"),
+    ScalarKey("result", Value::kStringArray, 0, "SEResult: its strings, bytes widened",
+              "when an element is a string"),
+};
+constexpr const char* kPsrsRefusals[] = {
+    "a null or non-object node; nothing is stored",
+    "a \"SEResult\" that is not an array; \"num\" may be stored by then",
+};
+
+constexpr Member kQueryMembers[] = {MakeMember("query", Json::kString, kRequired)};
+constexpr Member kQueryElement = ObjectMember(nullptr, kQueryMembers);
+constexpr Key kSuggestKeys[] = {
+    ScalarKey("num", Value::kInt, kAlways, "the array's length"),
+    ScalarKey("result", Value::kStringArray, 0, "[].query: by the text rule",
+              "when an element is an object with a string \"query\""),
+};
+constexpr const char* kSuggestRefusals[] = {"a null or non-array node; nothing is stored"};
+
+}  // namespace
+
+const OperationSchema kGetPsrsFromJson =
+    Operation("The psrs hint record.", ObjectMember(nullptr, kPsrsMembers), kPsrsKeys, kPsrsRefusals);
+const OperationSchema kGetSuggestQueryFromJson =
+    Operation("The suggested-query record of an array of queries.", ArrayMember(nullptr, kQueryElement),
+              kSuggestKeys, kSuggestRefusals);
+const OperationSchema kGetPoiShowFromJson = TableRecord("The show record of a POI: display integers.", ShowTable);
+const OperationSchema kGetPoiDetailFromJson = TableRecord("The detail record of a POI.", DetailTable);
+const OperationSchema kGetPoiContentFromJson = TableRecord("One POI record.", kPoiRows);
+
+}  // namespace schema
 
 // ---- Hint records --------------------------------------------------------------
 

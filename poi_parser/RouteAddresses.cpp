@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 
 namespace _quarn_framework {
@@ -269,6 +270,171 @@ class TextModeReset {
 };
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+// The status block (address info record).
+constexpr Member kFlagElement = MakeMember(nullptr, Json::kInt);
+constexpr Member kKeywordElement = MakeMember(nullptr, Json::kString);
+constexpr Member kStatusBlockMembers[] = {
+    ArrayMember("city_list", kFlagElement),
+    ArrayMember("prio_flag", kFlagElement),
+    ArrayMember("wp_wd", kKeywordElement),
+    RowsMember(kStatusRows),
+};
+constexpr Key kWaypointStatusKeys[] = {
+    ScalarKey("have_wpcitylist", Value::kBool, kAlways, "city_list[k + 1]: whether it is 1"),
+    ScalarKey("have_wpprio", Value::kBool, kAlways, "prio_flag[k + 1]: whether it is 1"),
+    ScalarKey("wp_keyword", Value::kString, 0, "wp_wd[k]: by the text rule", "when it is a string"),
+};
+constexpr Key kStatusBlockKeys[] = {
+    ScalarKey("have_stcitylist", Value::kBool, 0, "city_list[0]: whether it is 1",
+              "when \"city_list\" has a first element that reads as an integer"),
+    ScalarKey("have_stprio", Value::kBool, 0, "prio_flag[0]: whether it is 1 (an unreadable element keeps the last readable value)",
+              "when \"city_list\" has a first element that reads as an integer"),
+    NestedKey("wplist", Value::kBundleArray, kWaypointStatusKeys, 0,
+              "city_list, prio_flag, wp_wd: one record per way point (the points between the first and the last)",
+              "when \"city_list\" has three or more points"),
+    ScalarKey("have_encitylist", Value::kBool, 0, "city_list[last]: whether it is 1",
+              "when \"city_list\" has two or more points, the last reading as an integer"),
+    ScalarKey("have_enprio", Value::kBool, 0, "prio_flag[last]: whether it is 1",
+              "when \"city_list\" has two or more points, the last reading as an integer"),
+    RowsKeys(kStatusRows, "", kAlways),
+};
+constexpr const char* kStatusBlockRefusals[] = {"a null or non-object node; nothing is stored"};
+
+// A candidate: a city record or a place record, as the point's city-list
+// flag says.
+constexpr Member kCandidateForms[] = {
+    RecordMember(nullptr, kGetCityInfoFromJson),
+    TableMember(nullptr, kPlaceRows),
+};
+constexpr Member kCandidate = AnyOfMember(nullptr, kCandidateForms);
+constexpr Member kCandidates = ArrayMember(nullptr, kCandidate);
+constexpr Member kWaypointHolderMembers[] = {ArrayMember("way_points", kCandidate)};
+constexpr Member kWaypointHolder = ObjectMember(nullptr, kWaypointHolderMembers);
+
+constexpr Member kFirstContentMembers[] = {
+    ArrayMember("start", kCandidate),
+    ArrayMember("end", kCandidate),
+    ArrayMember("waypoints", kCandidates),
+};
+constexpr Member kFirstFormMembers[] = {
+    RecordMember("result", kGetRPAddrResInfoFromJson),
+    kCurrentCityMember,
+    ObjectMember("content", kFirstContentMembers),
+};
+constexpr Member kSecondContentMembers[] = {
+    ArrayMember("start", kCandidate),
+    ArrayMember("end", kCandidate),
+    ArrayMember("multi_waypoints", kWaypointHolder),
+};
+constexpr Member kTrafficPoisMembers[] = {
+    RecordMember("option", kGetRPAddrResInfoFromJson, kRequired),
+    kCurrentCityMember,
+    ObjectMember("content", kSecondContentMembers),
+};
+constexpr Member kSecondFormMembers[] = {
+    kStatusFrame,
+    ObjectMember("traffic_pois", kTrafficPoisMembers, kRequired),
+};
+
+constexpr const char kWhenCities[] = "when the point's city-list flag is set and an element gave a city record";
+constexpr const char kWhenPlaces[] = "when the point's city-list flag is not set and an element is an object";
+
+constexpr Key kWaypointResultKeys[] = {
+    ScalarKey("have_wpcitylist", Value::kBool, kAlways, "the way point's status record"),
+    ScalarKey("wp_count", Value::kInt, kAlways, "the number of candidates stored"),
+    RecordKey("waypointcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "the way point's candidates",
+              kWhenCities),
+    TableKey("waypoints", Value::kBundleArray, kPlaceRows, 0, "the way point's candidates", kWhenPlaces),
+    ScalarKey("have_wpprio", Value::kBool, kAlways,
+              "the way point's status record, or exactly one candidate place"),
+    ScalarKey("wp_keyword", Value::kString, 0, "the way point's status record", "when it has one"),
+};
+
+constexpr Key kFirstInfoKeys[] = {
+    RecordKeys(kGetRPAddrResInfoFromJson, "result"),
+    ScalarKey("st_count", Value::kInt, 0, "content.start: the number of candidates", "when \"content\" is an object"),
+    ScalarKey("en_count", Value::kInt, 0, "content.end: the number of candidates", "when \"content\" is an object"),
+};
+constexpr Key kFirstFormKeys[] = {
+    CurrentCityKey("current_city"),
+    RecordKey("startcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "content.start", kWhenCities),
+    TableKey("startpoints", Value::kBundleArray, kPlaceRows, 0, "content.start", kWhenPlaces),
+    RecordKey("endcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "content.end", kWhenCities),
+    TableKey("endpoints", Value::kBundleArray, kPlaceRows, 0, "content.end", kWhenPlaces),
+    NestedKey("waypoints_result", Value::kBundleArray, kWaypointResultKeys, 0,
+              "content.waypoints[k]: one record per way point of the status block",
+              "when the status block has way points and \"content\".\"waypoints\" is an array"),
+    NestedKey("address_info", Value::kBundle, kFirstInfoKeys, kAlways,
+              "result: the address info record (without \"wplist\" when \"content\" is an object)", nullptr),
+};
+
+constexpr const char kSkippedWhenMatched[] =
+    "when \"traffic_pois\".\"content\" is an object and the point has no priority match";
+constexpr Key kSecondInfoKeys[] = {
+    RecordKeys(kGetRPAddrResInfoFromJson, "traffic_pois.option"),
+    ScalarKey("st_count", Value::kInt, 0, "traffic_pois.content.start: the number of candidates", kSkippedWhenMatched),
+    ScalarKey("en_count", Value::kInt, 0, "traffic_pois.content.end: the number of candidates", kSkippedWhenMatched),
+};
+constexpr Key kSecondFormKeys[] = {
+    CurrentCityKey("traffic_pois.current_city"),
+    RecordKey("startcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.start", kWhenCities),
+    TableKey("startpoints", Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.start", kWhenPlaces),
+    RecordKey("endcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.end", kWhenCities),
+    TableKey("endpoints", Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.end", kWhenPlaces),
+    NestedKey("waypoints_result", Value::kBundleArray, kWaypointResultKeys, 0,
+              "traffic_pois.content.multi_waypoints[k].way_points: one record per way point of the status block "
+              "(not read for a way point with a priority match)",
+              "when the status block has way points and \"multi_waypoints\" is an array"),
+    ScalarKey("hasAddrList", Value::kBool, 0, "whether any candidates were stored",
+              "when \"traffic_pois\".\"content\" is an object"),
+    NestedKey("address_info", Value::kBundle, kSecondInfoKeys, kAlways,
+              "traffic_pois.option: the address info record (without \"wplist\" when \"content\" is an object)",
+              nullptr),
+};
+
+constexpr const char* kFirstFormRefusals[] = {"a null root; nothing is stored"};
+constexpr const char* kSecondFormRefusals[] = {
+    "a null root, a \"result\" that is not an object with an \"error\" of 0, a \"traffic_pois\" that is not "
+    "an object or has no \"option\"; nothing is stored",
+};
+constexpr const char* kDispatchRefusals[] = {"as the form chosen"};
+
+constexpr Member kPlaceElement = TableMember(nullptr, kPlaceRows);
+constexpr Key kPlaceListKeys[] = {
+    TableKey("list", Value::kBundleArray, kPlaceRows, kAlways, "the elements", "always (possibly empty)"),
+};
+constexpr const char* kPlaceListRefusals[] = {
+    "a node that is not an array, or one without an object element (\"list\" is stored, empty)",
+};
+
+}  // namespace
+
+const OperationSchema kGetRPAddrResInfoFromJson =
+    Operation("The address info record of a route's status block.", ObjectMember(nullptr, kStatusBlockMembers),
+              kStatusBlockKeys, kStatusBlockRefusals);
+const OperationSchema kGetRPAddrListFromJson =
+    Operation("The candidate places of an array, stored under \"list\".", ArrayMember(nullptr, kPlaceElement),
+              kPlaceListKeys, kPlaceListRefusals);
+const OperationSchema kParseRouteAddrPHPUIRst =
+    Operation("The route address answer, first form: the status block is the root's \"result\".",
+              ObjectMember(nullptr, kFirstFormMembers), kFirstFormKeys, kFirstFormRefusals);
+const OperationSchema kParseRouteAddrPHPUI2Rst =
+    Operation("The route address answer, second form: a status frame, then \"traffic_pois\".",
+              ObjectMember(nullptr, kSecondFormMembers), kSecondFormKeys, kSecondFormRefusals);
+const OperationSchema kParseRouteAddrRst =
+    Dispatcher("The route address answer, in the form the text mode flag chooses.", kParseRouteAddrPHPUIRst,
+               kParseRouteAddrPHPUI2Rst,
+               "the second form when the text mode flag is set (poiparse --utf8), which is then cleared; "
+               "else the first form",
+               kDispatchRefusals);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::GetRPAddrResInfoFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kStatusRows);

@@ -30,6 +30,7 @@
 #include "json_readers/Diagnostics.h"
 #include "json_readers/JsonDocument.h"
 #include "poi_parser/AnswerKinds.h"
+#include "poi_parser/AnswerSchema.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
 namespace {
@@ -58,6 +59,8 @@ const char kUsage[] =
     "                       refused and which members or elements were skipped,\n"
     "                       as {\"path\", \"severity\": \"refused\"|\"skipped\", \"message\"};\n"
     "                       a text that is not strict JSON gets a \"warning\" at \"$\"\n"
+    "  --schema KIND        print the JSON Schemas (draft 2020-12) of KIND's answer\n"
+    "                       and bundle as {\"answer\": ..., \"bundle\": ...} and exit\n"
     "  --compact            one line per answer\n"
     "  --color WHEN         auto (default: on a terminal, unless NO_COLOR is set),\n"
     "                       always or never\n"
@@ -809,6 +812,18 @@ int ParseArgs(int argc, char** argv, Options* options) {
     } else if (arg == "-q" || arg == "--quiet") {
       if (!no_value()) return kExitError;
       options->quiet = true;
+    } else if (arg == "--schema") {
+      std::string name;
+      if (!take_value(&name)) return kExitError;
+      const AnswerKind* kind = _quarn_framework::FindAnswerKind(name.c_str());
+      if (kind == nullptr) {
+        std::cerr << "poiparse: unknown kind '" << name << "'";
+        if (const char* nearest = NearestKind(name)) std::cerr << "; did you mean " << nearest << "?";
+        std::cerr << " (see --list-kinds)\n";
+        return kExitError;
+      }
+      std::fputs(_quarn_framework::AnswerKindSchemas(*kind).c_str(), stdout);
+      return std::fflush(stdout) == 0 && !std::ferror(stdout) ? kExitAccepted : kExitError;
     } else if (arg == "--kind") {
       std::string name;
       if (!take_value(&name)) return kExitError;
