@@ -21,7 +21,7 @@ CJSON_ONLY_DIR := build/test-cjson-only
 CHECK_O2_DIR := build/check-o2
 FUZZ_DIR := build/fuzz
 BUILD_PACKAGES := cmake g++ make libcjson-dev libsimdjson-dev pkg-config
-TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
+TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev python3-jsonschema
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev
 # clang-14 gives clang++-14; libclang-rt-14-dev gives libFuzzer and the
 # sanitizer runtimes of clang (a recommendation only, so named here).
@@ -33,7 +33,7 @@ EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
 .PHONY: run test bench deps deps-test build build-test install clean check check-tsan check-o2 \
-	test-cjson-only \
+	test-cjson-only docs \
 	build-fuzz fuzz fuzz-corpus test-arm64 test-armhf
 
 # Each example is read with the arguments in examples/NAME.args, if any.
@@ -48,6 +48,11 @@ test: build-test
 
 deps:
 	@scripts/install-deps.sh $(BUILD_PACKAGES)
+
+# docs/bundles.md, generated from the field tables (a test checks that it is
+# up to date).
+docs: build
+	./$(RELEASE_DIR)/bundle_reference > docs/bundles.md
 
 deps-test:
 	@scripts/install-deps.sh $(TEST_PACKAGES)

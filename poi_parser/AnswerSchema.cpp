@@ -649,7 +649,151 @@ void Write(const cJSON* node, _quarn_vi::CVJsonWriter& writer) {
   }
 }
 
+// ---- The reference ------------------------------------------------------------------
+
+std::string Code(const std::string& text) { return "`" + text + "`"; }
+
+// The anchor of a kind's section.
+std::string KindLink(const AnswerKind& kind) { return "[" + std::string(kind.name) + "](#" + kind.name + ")"; }
+
+std::string JsonWords(const MemberNode& node) {
+  if (node.record != nullptr) {
+    const AnswerKind* kind = KindOf(node.record);
+    return kind != nullptr ? "a " + KindLink(*kind) + " record" : "a record (below)";
+  }
+  switch (node.json) {
+    case Json::kInt:
+      return "int";
+    case Json::kIntZero:
+      return "int reading 0";
+    case Json::kBool:
+      return "truth value";
+    case Json::kText:
+      return "text";
+    case Json::kNonEmptyText:
+      return "non-empty text";
+    case Json::kString:
+      return "string";
+    case Json::kLeadingInt:
+      return "string starting with a decimal number";
+    case Json::kPosition:
+      return "string \"x,y\"";
+    case Json::kObject:
+      return "object";
+    case Json::kArray:
+      return "array";
+    case Json::kAnyOf:
+      return "one of";
+    default:
+      return "anything";
+  }
+}
+
+void MemberLines(const std::vector<MemberNode>& members, const std::string& indent, std::string& out);
+
+void MemberLine(const MemberNode& node, const std::string& label, const std::string& indent, std::string& out) {
+  out += indent + "- " + label + ": " + JsonWords(node);
+  if (node.required) out += ", required";
+  if (!node.gate.empty()) out += ", read only when " + Code(node.gate) + " reads as 0 (skipped otherwise)";
+  out += "\n";
+  const std::string inner = indent + "  ";
+  if (node.record != nullptr && KindOf(node.record) == nullptr) {
+    MemberLines(Unfold(node.record->node, nullptr).members, inner, out);
+  }
+  if (node.json == Json::kAnyOf) {
+    for (const MemberNode& alternative : node.members) MemberLine(alternative, "or", inner, out);
+    return;
+  }
+  if (node.json == Json::kArray) {
+    for (size_t i = 0; i < node.members.size(); ++i) {
+      MemberLine(node.members[i], "element " + std::to_string(i), inner, out);
+    }
+    if (!node.element.empty()) MemberLine(node.element[0], "each element", inner, out);
+    return;
+  }
+  MemberLines(node.members, inner, out);
+}
+
+void MemberLines(const std::vector<MemberNode>& members, const std::string& indent, std::string& out) {
+  for (const MemberNode& member : members) MemberLine(member, Code(member.name), indent, out);
+}
+
+std::string TypeWords(const KeyNode& key) {
+  std::string words = ValueName(key.value);
+  if (key.record != nullptr) {
+    const AnswerKind* kind = KindOf(key.record);
+    words += kind != nullptr ? " (" + KindLink(*kind) + " record" + (key.value == Value::kBundleArray ? "s" : "") + ")"
+                             : "";
+  }
+  return words;
+}
+
+// Markdown table cells hold no '|'.
+std::string Cell(std::string text) {
+  for (size_t at = text.find('|'); at != std::string::npos; at = text.find('|', at + 2)) text.replace(at, 1, "\\|");
+  return text;
+}
+
+void KeyRows(const std::vector<KeyNode>& keys, const std::string& prefix, std::string& out) {
+  for (const KeyNode& key : keys) {
+    const std::string path = prefix + key.key;
+    std::string when = key.always ? "always" : key.when.empty() ? "when it can be read" : key.when;
+    out += "| " + Code(path) + " | " + Cell(TypeWords(key)) + " | " + Cell(when) + " | " + Cell(key.from) + " |\n";
+    const std::string inner = path + (key.value == Value::kBundleArray ? "[]." : ".");
+    if (key.record != nullptr && KindOf(key.record) == nullptr) {
+      KeyRows(KeysOf(*key.record), inner, out);
+    } else {
+      KeyRows(key.keys, inner, out);
+    }
+  }
+}
+
+void OperationReference(const OperationSchema& op, std::string& out) {
+  out += "Members read:\n\n";
+  MemberNode node = Unfold(op.node, nullptr);
+  if (node.json == Json::kArray) {
+    MemberLine(node, "the node", "", out);
+  } else {
+    MemberLines(node.members, "", out);
+  }
+  out += "\nKeys stored (\"always\": whenever the result is 1; a nested key's member is its record's):\n\n";
+  out += "| Key | Type | Stored | From |\n|---|---|---|---|\n";
+  KeyRows(KeysOf(op), "", out);
+  out += "\nRefused (result 0):\n\n";
+  for (const char* refusal : op.refusals) out += "- " + std::string(refusal) + "\n";
+}
+
 }  // namespace
+
+std::string BundleReference() {
+  std::string out =
+      "# Answer kinds and their bundles\n\n"
+      "Generated from the field tables and the operations' descriptions by `make docs`; do not edit.\n"
+      "`poiparse --schema KIND` gives the same contract as JSON Schema.\n\n"
+      "A member is read when it holds the JSON its reader takes; otherwise it is skipped (or, when required, the\n"
+      "answer is refused). The readers take:\n\n";
+  for (const ScalarForm& form : kForms) {
+    out += "- " + Code(form.def) + ": " + form.description + "\n";
+  }
+  out += "\nThe types are those of `poiparse`'s output: texts are JSON strings whatever the text mode.\n\n";
+  for (const AnswerKind& kind : AnswerKinds()) out += "- " + KindLink(kind) + ": " + kind.description + "\n";
+  for (const AnswerKind& kind : AnswerKinds()) {
+    const OperationSchema& op = *kind.operation->schema;
+    out += "\n## " + std::string(kind.name) + "\n\n";
+    out += Code(kind.operation->name) + (kind.alias != nullptr ? " (alias " + Code(kind.alias) + ")" : "") + ": " +
+           op.summary + "\n\n";
+    if (op.forms[0] != nullptr) {
+      out += "Chooses " + std::string(op.choice) + ":\n\n";
+      for (const OperationSchema* form : op.forms) {
+        const AnswerKind* form_kind = KindOf(form);
+        out += "- " + Code(OperationName(form)) + (form_kind != nullptr ? ", see " + KindLink(*form_kind) : "") + "\n";
+      }
+      continue;
+    }
+    OperationReference(op, out);
+  }
+  return out;
+}
 
 std::string AnswerKindSchemas(const AnswerKind& kind) {
   JsonPtr both(Object(), cJSON_Delete);
