@@ -661,23 +661,10 @@ std::string JsonWords(const MemberNode& node) {
     const AnswerKind* kind = KindOf(node.record);
     return kind != nullptr ? "a " + KindLink(*kind) + " record" : "a record (below)";
   }
+  if (const ScalarForm* form = FormOf(node.json)) return Code(form->def);
   switch (node.json) {
-    case Json::kInt:
-      return "int";
-    case Json::kIntZero:
-      return "int reading 0";
-    case Json::kBool:
-      return "truth value";
-    case Json::kText:
-      return "text";
-    case Json::kNonEmptyText:
-      return "non-empty text";
     case Json::kString:
       return "string";
-    case Json::kLeadingInt:
-      return "string starting with a decimal number";
-    case Json::kPosition:
-      return "string \"x,y\"";
     case Json::kObject:
       return "object";
     case Json::kArray:
