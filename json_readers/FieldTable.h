@@ -79,27 +79,28 @@ struct FieldRow {
   const schema::CustomSchema* schema;
 };
 
-// Row builders; `key` defaults to the member's own name.
+// Row builders: `member` is the JSON member read, `key` the bundle key
+// stored (a constant of poi_parser/BundleKeys.h).
 constexpr FieldRow MakeRow(const char* member, const char* key, FieldReader reader) {
   return FieldRow{member, key ? key : member, reader, Keep::kRecords, 1, 0, nullptr, nullptr, nullptr, nullptr};
 }
-constexpr FieldRow IntField(const char* member, const char* key = nullptr) {
+constexpr FieldRow IntField(const char* member, const char* key) {
   return MakeRow(member, key, FieldReader::kInt);
 }
-constexpr FieldRow BoolField(const char* member, const char* key = nullptr) {
+constexpr FieldRow BoolField(const char* member, const char* key) {
   return MakeRow(member, key, FieldReader::kBool);
 }
-constexpr FieldRow StringField(const char* member, const char* key = nullptr) {
+constexpr FieldRow StringField(const char* member, const char* key) {
   return MakeRow(member, key, FieldReader::kString);
 }
-constexpr FieldRow StringArrayField(const char* member) {
-  return MakeRow(member, nullptr, FieldReader::kStringArray);
+constexpr FieldRow StringArrayField(const char* member, const char* key) {
+  return MakeRow(member, key, FieldReader::kStringArray);
 }
-constexpr FieldRow TextIfNotEmptyField(const char* member) {
-  return MakeRow(member, nullptr, FieldReader::kTextIfNotEmpty);
+constexpr FieldRow TextIfNotEmptyField(const char* member, const char* key) {
+  return MakeRow(member, key, FieldReader::kTextIfNotEmpty);
 }
-constexpr FieldRow IntAsTextField(const char* member, int start) {
-  FieldRow row = MakeRow(member, nullptr, FieldReader::kIntAsText);
+constexpr FieldRow IntAsTextField(const char* member, const char* key, int start) {
+  FieldRow row = MakeRow(member, key, FieldReader::kIntAsText);
   row.start = start;
   return row;
 }

@@ -7,6 +7,7 @@
 
 #include "json_readers/Diagnostics.h"
 #include "json_readers/FieldTable.h"
+#include "poi_parser/BundleKeys.h"
 
 namespace _quarn_framework {
 
@@ -143,11 +144,11 @@ namespace {
 
 // "level" is always stored: 0 when absent or unreadable.
 constexpr FieldRow kCurrentCityRows[] = {
-    IntField("code"),
-    StringField("name"),
-    IntField("type"),
-    StringField("geo"),
-    IntAlwaysField("level", "level", 0),
+    IntField("code", keys::kCode),
+    StringField("name", keys::kName),
+    IntField("type", keys::kType),
+    StringField("geo", keys::kGeo),
+    IntAlwaysField("level", keys::kLevel, 0),
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "poi_parser/AnswerKinds.h"
 
+#include "poi_parser/BundleKeys.h"
 #include "poi_parser/OperationSchemas.h"
 
 #include <array>
@@ -16,7 +17,7 @@ using P = CPoiJsonObjParser;
 // ---- The list builders with the bundle signature ---------------------------
 
 const CVString& ListKey() {
-  static const CVString key("list", CVString::Permanent());
+  static const CVString key(keys::kList, CVString::Permanent());
   return key;
 }
 

@@ -14,20 +14,20 @@ using namespace internal;
 
 namespace {
 
-const CVString kPlaceParamKey = MakeKey("placeparam");
-const CVString kResultKey = MakeKey("result");
-const CVString kContentKey = MakeKey("content");
-const CVString kContKey = MakeKey("cont");
+const CVString kPlaceParamKey = MakeKey(keys::kPlaceparam);
+const CVString kResultKey = MakeKey(keys::kResult);
+const CVString kContentKey = MakeKey(keys::kContent);
+const CVString kContKey = MakeKey(keys::kCont);
 
 constexpr FieldRow kAreaOptionRows[] = {
-    IntField("total"),
-    BoolField("op_gel"),
-    StringField("from"),
-    BoolField("op_addr"),
-    IntField("loc_attr"),
-    StringField("strategy"),
-    StringField("qid"),
-    IntField("rp_strategy"),
+    IntField("total", keys::kTotal),
+    BoolField("op_gel", keys::kOpGel),
+    StringField("from", keys::kFrom),
+    BoolField("op_addr", keys::kOpAddr),
+    IntField("loc_attr", keys::kLocAttr),
+    StringField("strategy", keys::kStrategy),
+    StringField("qid", keys::kQid),
+    IntField("rp_strategy", keys::kRpStrategy),
 };
 
 // Irregular: "d_sort_rule" as text turned into a number: an empty text gives 0, any
@@ -40,27 +40,27 @@ void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
 }
 
 constexpr schema::Key kSortRuleKeys[] = {
-    schema::ScalarKey("sortrule", schema::Value::kInt, 0,
+    schema::ScalarKey(keys::kSortrule, schema::Value::kInt, 0,
                       "d_sort_rule: the number its text starts with, 0 for an empty text"),
 };
 constexpr schema::CustomSchema kSortRuleSchema = {schema::MakeMember(nullptr, schema::Json::kText), kSortRuleKeys};
 
 constexpr FieldRow kAreaPlaceParamRows[] = {
-    StringField("d_data_type", "type"),
-    StringField("d_sort_type", "sortkey"),
-    CustomField("d_sort_rule", "sortrule", ReadSortRule, kSortRuleSchema),
+    StringField("d_data_type", keys::kType),
+    StringField("d_sort_type", keys::kSortkey),
+    CustomField("d_sort_rule", keys::kSortrule, ReadSortRule, kSortRuleSchema),
 };
 
 // A sub-search summary; "op_gel" is an integer here, unlike in the answers'
 // own options.
 constexpr FieldRow kSummaryRows[] = {
-    IntField("count"),
-    IntField("catalogID"),
-    IntField("op_gel"),
-    IntField("page_num"),
-    IntField("total"),
-    IntField("type"),
-    StringField("wd"),
+    IntField("count", keys::kCount),
+    IntField("catalogID", keys::kCatalogID),
+    IntField("op_gel", keys::kOpGel),
+    IntField("page_num", keys::kPageNum),
+    IntField("total", keys::kTotal),
+    IntField("type", keys::kType),
+    StringField("wd", keys::kWd),
 };
 
 // One sub-search's places: a bundle whose "cont" holds the POI records of
@@ -94,10 +94,10 @@ constexpr Key kAreaKeys[] = {
     CurrentCityKey("current_city"),
     kPsrsKey,
     kSuggestKey,
-    TableKey("placeparam", Value::kBundle, kAreaPlaceParamRows, 0, "place_info",
+    TableKey(keys::kPlaceparam, Value::kBundle, kAreaPlaceParamRows, 0, "place_info",
              "when it is present (empty unless an object)"),
-    ScalarKey("count", Value::kInt, kAlways, "content: the array's length, 0 when it is not an array"),
-    RecordKey("pois", Value::kBundleArray, kGetPoiContentFromJson, 0, "content", "when an element gave a POI record"),
+    ScalarKey(keys::kCount, Value::kInt, kAlways, "content: the array's length, 0 when it is not an array"),
+    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "content", "when an element gave a POI record"),
 };
 constexpr const char* kAreaRefusals[] = {
     "a root or \"result\" that is not an object; nothing is stored",
@@ -111,12 +111,12 @@ constexpr Member kMultiMembers[] = {
     ArrayMember("content", kSubSearchElement),
 };
 constexpr Key kSubSearchKeys[] = {
-    RecordKey("cont", Value::kBundleArray, kGetPoiContentFromJson, kAlways, "content[]: its POI records",
+    RecordKey(keys::kCont, Value::kBundleArray, kGetPoiContentFromJson, kAlways, "content[]: its POI records",
               "always (possibly empty)"),
 };
 constexpr Key kMultiKeys[] = {
-    TableKey("result", Value::kBundleArray, kSummaryRows, 0, "result.result_array", "when it has elements"),
-    NestedKey("content", Value::kBundleArray, kSubSearchKeys, 0, "content: one bundle per array element",
+    TableKey(keys::kResult, Value::kBundleArray, kSummaryRows, 0, "result.result_array", "when it has elements"),
+    NestedKey(keys::kContent, Value::kBundleArray, kSubSearchKeys, 0, "content: one bundle per array element",
               "when it is a non-empty array"),
 };
 constexpr const char* kMultiRefusals[] = {

@@ -13,12 +13,12 @@ using namespace internal;
 
 namespace {
 
-const CVString kCenterPointsKey = MakeKey("center_points");
+const CVString kCenterPointsKey = MakeKey(keys::kCenterPoints);
 
 constexpr FieldRow kCircumOptionRows[] = {
-    IntField("total"),
-    BoolField("op_gel"),
-    BoolField("op_addr"),
+    IntField("total", keys::kTotal),
+    BoolField("op_gel", keys::kOpGel),
+    BoolField("op_addr", keys::kOpAddr),
 };
 
 }  // namespace
@@ -42,9 +42,9 @@ constexpr Key kCircumKeys[] = {
     CurrentCityKey("current_city"),
     kPsrsKey,
     kSuggestKey,
-    ScalarKey("count", Value::kInt, 0, "content: the array's length", "when it is an array"),
-    RecordKey("pois", Value::kBundleArray, kGetPoiContentFromJson, 0, "content", "when an element gave a POI record"),
-    RecordKey("center_points", Value::kBundleArray, kGetPoiContentFromJson, 0, "center.poi",
+    ScalarKey(keys::kCount, Value::kInt, 0, "content: the array's length", "when it is an array"),
+    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "content", "when an element gave a POI record"),
+    RecordKey(keys::kCenterPoints, Value::kBundleArray, kGetPoiContentFromJson, 0, "center.poi",
               "when an element gave a POI record"),
 };
 constexpr const char* kCircumRefusals[] = {

@@ -13,14 +13,14 @@ using namespace internal;
 namespace {
 
 constexpr FieldRow kCityInfoRows[] = {
-    IntField("code"),
-    IntField("num"),
-    StringField("name"),
+    IntField("code", keys::kCode),
+    IntField("num", keys::kNum),
+    StringField("name", keys::kName),
 };
 
-const CVString kCountKey = MakeKey("count");
-const CVString kCitysKey = MakeKey("citys");
-const CVString kCurrentNullKey = MakeKey("current_null");
+const CVString kCountKey = MakeKey(keys::kCount);
+const CVString kCitysKey = MakeKey(keys::kCitys);
+const CVString kCurrentNullKey = MakeKey(keys::kCurrentNull);
 
 }  // namespace
 
@@ -41,9 +41,9 @@ constexpr Member kCityListMembers[] = {
 constexpr const char kWhenCities[] = "when an element gave a city record";
 constexpr Key kCityListKeys[] = {
     CurrentCityKey("traffic_citys.current_city"),
-    ScalarKey("count", Value::kInt, 0, "traffic_citys.contents: the number of city records", kWhenCities),
-    RecordKey("citys", Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_citys.contents", kWhenCities),
-    ScalarKey("current_null", Value::kBool, kAlways, "traffic_citys.contents: whether an element gave a city record"),
+    ScalarKey(keys::kCount, Value::kInt, 0, "traffic_citys.contents: the number of city records", kWhenCities),
+    RecordKey(keys::kCitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_citys.contents", kWhenCities),
+    ScalarKey(keys::kCurrentNull, Value::kBool, kAlways, "traffic_citys.contents: whether an element gave a city record"),
 };
 constexpr const char* kCityListRefusals[] = {
     "a null root, a \"result\" that is not an object with an \"error\" of 0, or a \"traffic_citys\" "
@@ -51,7 +51,7 @@ constexpr const char* kCityListRefusals[] = {
 };
 
 constexpr Key kCityArrayKeys[] = {
-    RecordKey("list", Value::kBundleArray, kGetCityInfoFromJson, kAlways, "", "always (possibly empty)"),
+    RecordKey(keys::kList, Value::kBundleArray, kGetCityInfoFromJson, kAlways, "", "always (possibly empty)"),
 };
 constexpr const char* kCityArrayRefusals[] = {
     "a node that is not an array, or no element that gives a city record (\"list\" is stored, empty)",

@@ -22,10 +22,10 @@ constexpr size_t kPositionBufferSize = 20;
 // The service's coordinates are in hundredths of the map unit.
 constexpr int kCoordinateScale = 100;
 
-const CVString kCurrentCityKey = MakeKey("current_city");
-const CVString kLevelKey = MakeKey("level");
-const CVString kXKey = MakeKey("x");
-const CVString kYKey = MakeKey("y");
+const CVString kCurrentCityKey = MakeKey(keys::kCurrentCity);
+const CVString kLevelKey = MakeKey(keys::kLevel);
+const CVString kXKey = MakeKey(keys::kX);
+const CVString kYKey = MakeKey(keys::kY);
 
 // The refusal of a district whose geometry gives no first point.
 void ReportNoPoint(cJSON* district, int geometry_read) {
@@ -60,10 +60,10 @@ constexpr Member kDistrictMembers[] = {
 };
 constexpr Key kDistrictKeys[] = {
     CurrentCityKey("current_city"),
-    ScalarKey("level", Value::kInt, kAlways, "current_city.level: 0 without a current-city record"),
-    ScalarKey("x", Value::kDouble, kAlways,
+    ScalarKey(keys::kLevel, Value::kInt, kAlways, "current_city.level: 0 without a current-city record"),
+    ScalarKey(keys::kX, Value::kDouble, kAlways,
               "content[0].geo: the first point's x, divided by 100 in integers"),
-    ScalarKey("y", Value::kDouble, kAlways,
+    ScalarKey(keys::kY, Value::kDouble, kAlways,
               "content[0].geo: the first point's y, divided by 100 in integers"),
 };
 constexpr const char* kDistrictRefusals[] = {
@@ -78,9 +78,9 @@ constexpr Member kCoordinateFirst[] = {
 };
 constexpr Member kCoordinateMembers[] = {TupleMember("content", kCoordinateFirst, kRequired)};
 constexpr Key kCoordinateKeys[] = {
-    ScalarKey("x", Value::kDouble, kAlways, "content[0]: the text before its first comma, as atof reads it"),
-    ScalarKey("y", Value::kDouble, kAlways, "content[0]: the text after its first comma, as atof reads it"),
-    ScalarKey("level", Value::kInt, kAlways, "content[1]: as atoi reads it, saturated beyond int32"),
+    ScalarKey(keys::kX, Value::kDouble, kAlways, "content[0]: the text before its first comma, as atof reads it"),
+    ScalarKey(keys::kY, Value::kDouble, kAlways, "content[0]: the text after its first comma, as atof reads it"),
+    ScalarKey(keys::kLevel, Value::kInt, kAlways, "content[1]: as atoi reads it, saturated beyond int32"),
 };
 constexpr const char* kCoordinateRefusals[] = {
     "a node that is not an object, a \"content\" that is not an array of at least two elements, an element 0 "

@@ -25,9 +25,9 @@ constexpr int kErrorBadBuilding = 601;  // "Msg" names "bid"
 constexpr int kErrorBadFloor = 602;     // "Msg" names "floor"
 constexpr int kErrorUnknown = 603;      // any other status, or none
 
-const CVString kErrNoKey = MakeKey("errNo");
-const CVString kWFlagKey = MakeKey("w_flag");
-const CVString kPFlagKey = MakeKey("p_flag");
+const CVString kErrNoKey = MakeKey(keys::kErrNo);
+const CVString kWFlagKey = MakeKey(keys::kWFlag);
+const CVString kPFlagKey = MakeKey(keys::kPFlag);
 
 // Irregular: one member gives three keys. "twp" is a string holding a number whose three low bits are the flags
 // "t_flag", "w_flag" and "p_flag" (two's-complement bits for a negative
@@ -49,19 +49,19 @@ void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
 }
 
 constexpr schema::Key kTwpKeys[] = {
-    schema::ScalarKey("t_flag", schema::Value::kBool, schema::kAlways, "twp: bit 0 of the number it starts with"),
-    schema::ScalarKey("w_flag", schema::Value::kBool, schema::kAlways, "twp: bit 1 of the number it starts with"),
-    schema::ScalarKey("p_flag", schema::Value::kBool, schema::kAlways, "twp: bit 2 of the number it starts with"),
+    schema::ScalarKey(keys::kTFlag, schema::Value::kBool, schema::kAlways, "twp: bit 0 of the number it starts with"),
+    schema::ScalarKey(keys::kWFlag, schema::Value::kBool, schema::kAlways, "twp: bit 1 of the number it starts with"),
+    schema::ScalarKey(keys::kPFlag, schema::Value::kBool, schema::kAlways, "twp: bit 2 of the number it starts with"),
 };
 constexpr schema::CustomSchema kTwpSchema = {schema::MakeMember(nullptr, schema::Json::kLeadingInt), kTwpKeys};
 
 constexpr FieldRow kIndoorPoiRows[] = {
-    StringField("address"),   StringField("qx_id"),    StringField("cid"),
-    StringField("discount"),  StringField("floor"),    StringField("name"),
-    StringField("phone"),     StringField("poi_rank"), StringField("price"),
-    StringField("pt_x"),      StringField("pt_y"),     StringField("star_level"),
-    StringField("tag"),       StringField("tuan_nums"), StringField("uid"),
-    CustomField("twp", "t_flag", ReadTwpFlags, kTwpSchema, 3),
+    StringField("address", keys::kAddress),   StringField("qx_id", keys::kQxId),    StringField("cid", keys::kCid),
+    StringField("discount", keys::kDiscount),  StringField("floor", keys::kFloor),    StringField("name", keys::kName),
+    StringField("phone", keys::kPhone),     StringField("poi_rank", keys::kPoiRank), StringField("price", keys::kPrice),
+    StringField("pt_x", keys::kPtX),      StringField("pt_y", keys::kPtY),     StringField("star_level", keys::kStarLevel),
+    StringField("tag", keys::kTag),       StringField("tuan_nums", keys::kTuanNums), StringField("uid", keys::kUid),
+    CustomField("twp", keys::kTFlag, ReadTwpFlags, kTwpSchema, 3),
 };
 
 const FieldTable& IndoorPoiTable() {
@@ -72,9 +72,9 @@ const FieldTable& IndoorPoiTable() {
 // "poi_list" is stored when it is a non-empty array, even when none of its
 // elements gives a record.
 constexpr FieldRow kPageRows[] = {
-    IntField("page_num"),
-    IntField("poi_num"),
-    ListField("poi_list", "poi_list", IndoorPoiTable, Keep::kPresent),
+    IntField("page_num", keys::kPageNum),
+    IntField("poi_num", keys::kPoiNum),
+    ListField("poi_list", keys::kPoiList, IndoorPoiTable, Keep::kPresent),
 };
 
 // The client's code for a bad-parameter message: a building ("bid") problem
@@ -123,7 +123,7 @@ constexpr Member kIndoorMembers[] = {
     IndoorPage(),
 };
 constexpr Key kIndoorKeys[] = {
-    ScalarKey("errNo", Value::kInt, 0,
+    ScalarKey(keys::kErrNo, Value::kInt, 0,
               "errNo: the client's error code: 11 for status 5; for status 1, 601 when \"Msg\" names \"bid\", "
               "else 602 when it names \"floor\"; 603 for any other status or none",
               "when the status is not 0 (for status 1, only when \"Msg\" names \"bid\" or \"floor\")"),

@@ -6,6 +6,7 @@
 #define POI_PARSER_OPERATIONSCHEMAS_H_
 
 #include "json_readers/FieldSchema.h"
+#include "poi_parser/BundleKeys.h"
 
 namespace _quarn_framework {
 namespace schema {
@@ -52,15 +53,15 @@ constexpr OperationSchema TableRecord(const char* summary, Rows rows) {
 // The current-city record of "current_city" and its key.
 inline constexpr Member kCurrentCityMember = TableMember("current_city", CurrentCityTable);
 constexpr Key CurrentCityKey(const char* from) {
-  return TableKey("current_city", Value::kBundle, CurrentCityTable, 0, from, "when it is an object");
+  return TableKey(keys::kCurrentCity, Value::kBundle, CurrentCityTable, 0, from, "when it is an object");
 }
 
 // The hint records: "psrs" and "suggest_query".
 inline constexpr Member kPsrsMember = RecordMember("psrs", kGetPsrsFromJson);
 inline constexpr Member kSuggestMember = RecordMember("suggest_query", kGetSuggestQueryFromJson);
-inline constexpr Key kPsrsKey = RecordKey("py_correct", Value::kBundle, kGetPsrsFromJson, 0, "psrs",
+inline constexpr Key kPsrsKey = RecordKey(keys::kPyCorrect, Value::kBundle, kGetPsrsFromJson, 0, "psrs",
                                           "when it is an object with a \"SEResult\" array");
-inline constexpr Key kSuggestKey = RecordKey("suggest_query", Value::kBundle, kGetSuggestQueryFromJson, 0,
+inline constexpr Key kSuggestKey = RecordKey(keys::kSuggestQuery, Value::kBundle, kGetSuggestQueryFromJson, 0,
                                              "suggest_query", "when it is an array");
 
 // A page of POI records: an array of POI objects.

@@ -14,30 +14,30 @@ using namespace internal;
 
 namespace {
 
-const CVString kSearchTypeKey = MakeKey("search_type");
-const CVString kPlaceParamKey = MakeKey("placeparam");
-const CVString kAddrsKey = MakeKey("addrs");
+const CVString kSearchTypeKey = MakeKey(keys::kSearchType);
+const CVString kPlaceParamKey = MakeKey(keys::kPlaceparam);
+const CVString kAddrsKey = MakeKey(keys::kAddrs);
 
 constexpr FieldRow kOptionRows[] = {
-    IntField("total"),
-    IntField("loc_attr"),
-    BoolField("op_gel"),
-    StringField("qid"),
-    IntField("rp_strategy"),
+    IntField("total", keys::kTotal),
+    IntField("loc_attr", keys::kLocAttr),
+    BoolField("op_gel", keys::kOpGel),
+    StringField("qid", keys::kQid),
+    IntField("rp_strategy", keys::kRpStrategy),
 };
 
 // "sortrule" is stored only when "d_sort_rule" reads as an integer.
 constexpr FieldRow kPlaceParamRows[] = {
-    StringField("d_data_type", "type"),
-    StringField("d_sort_type", "sortkey"),
-    IntField("d_sort_rule", "sortrule"),
+    StringField("d_data_type", keys::kType),
+    StringField("d_sort_type", keys::kSortkey),
+    IntField("d_sort_rule", keys::kSortrule),
 };
 
 // An address entry for every object element, whatever members it has.
 constexpr FieldRow kAddressRows[] = {
-    StringField("addr"),
-    StringField("name"),
-    StringField("geo"),
+    StringField("addr", keys::kAddr),
+    StringField("name", keys::kName),
+    StringField("geo", keys::kGeo),
 };
 
 const FieldTable& AddressTable() {
@@ -67,18 +67,18 @@ constexpr Member kPoiListMembers[] = {
     ObjectMember("poi_result", kPoiResultMembers, kRequired),
 };
 constexpr Key kPoiListKeys[] = {
-    ScalarKey("search_type", Value::kInt, kAlways, "always 0"),
+    ScalarKey(keys::kSearchType, Value::kInt, kAlways, "always 0"),
     RowsKeys(kOptionRows, "poi_result.option", kAlways),
-    TableKey("placeparam", Value::kBundle, kPlaceParamRows, kAlways, "poi_result.place_info", nullptr),
+    TableKey(keys::kPlaceparam, Value::kBundle, kPlaceParamRows, kAlways, "poi_result.place_info", nullptr),
     CurrentCityKey("poi_result.current_city"),
-    ScalarKey("count", Value::kInt, kAlways, "poi_result.contents: the array's length, 0 when it is not an array"),
-    RecordKey("pois", Value::kBundleArray, kGetPoiContentFromJson, 0, "poi_result.contents",
+    ScalarKey(keys::kCount, Value::kInt, kAlways, "poi_result.contents: the array's length, 0 when it is not an array"),
+    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "poi_result.contents",
               "when an element gave a POI record"),
-    TableKey("addrs", Value::kBundleArray, AddressTable, 0, "poi_result.addrs", "when an element is an object"),
-    RecordKey("py_correct", Value::kBundle, kGetPsrsFromJson, 0,
+    TableKey(keys::kAddrs, Value::kBundleArray, AddressTable, 0, "poi_result.addrs", "when an element is an object"),
+    RecordKey(keys::kPyCorrect, Value::kBundle, kGetPsrsFromJson, 0,
               "poi_result.psrs, or else poi_result.suggest_query (the suggested-query record)",
               "when either gives its record"),
-    RecordKey("suggest_query", Value::kBundle, kGetSuggestQueryFromJson, 0, "poi_result.suggest_query",
+    RecordKey(keys::kSuggestQuery, Value::kBundle, kGetSuggestQueryFromJson, 0, "poi_result.suggest_query",
               "when it is an array"),
 };
 constexpr const char* kPoiListRefusals[] = {

@@ -21,28 +21,28 @@ using namespace internal;
 namespace {
 
 // Keys of the address info record.
-const CVString kHaveStCityListKey = MakeKey("have_stcitylist");
-const CVString kHaveStPrioKey = MakeKey("have_stprio");
-const CVString kHaveEnCityListKey = MakeKey("have_encitylist");
-const CVString kHaveEnPrioKey = MakeKey("have_enprio");
-const CVString kWpListKey = MakeKey("wplist");
-const CVString kStCountKey = MakeKey("st_count");
-const CVString kEnCountKey = MakeKey("en_count");
+const CVString kHaveStCityListKey = MakeKey(keys::kHaveStcitylist);
+const CVString kHaveStPrioKey = MakeKey(keys::kHaveStprio);
+const CVString kHaveEnCityListKey = MakeKey(keys::kHaveEncitylist);
+const CVString kHaveEnPrioKey = MakeKey(keys::kHaveEnprio);
+const CVString kWpListKey = MakeKey(keys::kWplist);
+const CVString kStCountKey = MakeKey(keys::kStCount);
+const CVString kEnCountKey = MakeKey(keys::kEnCount);
 // Keys of the way point status and result records.
-const CVString kHaveWpCityListKey = MakeKey("have_wpcitylist");
-const CVString kHaveWpPrioKey = MakeKey("have_wpprio");
-const CVString kWpKeywordKey = MakeKey("wp_keyword");
-const CVString kWpCountKey = MakeKey("wp_count");
-const CVString kWaypointCitysKey = MakeKey("waypointcitys");
-const CVString kWaypointsKey = MakeKey("waypoints");
+const CVString kHaveWpCityListKey = MakeKey(keys::kHaveWpcitylist);
+const CVString kHaveWpPrioKey = MakeKey(keys::kHaveWpprio);
+const CVString kWpKeywordKey = MakeKey(keys::kWpKeyword);
+const CVString kWpCountKey = MakeKey(keys::kWpCount);
+const CVString kWaypointCitysKey = MakeKey(keys::kWaypointcitys);
+const CVString kWaypointsKey = MakeKey(keys::kWaypoints);
 // Keys of the result.
-const CVString kStartCitysKey = MakeKey("startcitys");
-const CVString kStartPointsKey = MakeKey("startpoints");
-const CVString kEndCitysKey = MakeKey("endcitys");
-const CVString kEndPointsKey = MakeKey("endpoints");
-const CVString kWaypointsResultKey = MakeKey("waypoints_result");
-const CVString kAddressInfoKey = MakeKey("address_info");
-const CVString kHasAddrListKey = MakeKey("hasAddrList");
+const CVString kStartCitysKey = MakeKey(keys::kStartcitys);
+const CVString kStartPointsKey = MakeKey(keys::kStartpoints);
+const CVString kEndCitysKey = MakeKey(keys::kEndcitys);
+const CVString kEndPointsKey = MakeKey(keys::kEndpoints);
+const CVString kWaypointsResultKey = MakeKey(keys::kWaypointsResult);
+const CVString kAddressInfoKey = MakeKey(keys::kAddressInfo);
+const CVString kHasAddrListKey = MakeKey(keys::kHasAddrList);
 
 // Element `index` of an array, for indexes that never decrease from one call
 // to the next: the cursor walks on from where it stopped, so reading every
@@ -72,8 +72,8 @@ class ArrayCursor {
 // "start_city" and "end_city" are read flat: their "cname" and "code" under
 // keys of the start's and the end's own.
 constexpr FieldRow kStartCityRows[] = {
-    StringField("cname", "st_cityname"),
-    IntField("code", "st_citycode"),
+    StringField("cname", keys::kStCityname),
+    IntField("code", keys::kStCitycode),
 };
 
 const FieldTable& StartCityTable() {
@@ -82,8 +82,8 @@ const FieldTable& StartCityTable() {
 }
 
 constexpr FieldRow kEndCityRows[] = {
-    StringField("cname", "en_cityname"),
-    IntField("code", "en_citycode"),
+    StringField("cname", keys::kEnCityname),
+    IntField("code", keys::kEnCitycode),
 };
 
 const FieldTable& EndCityTable() {
@@ -93,18 +93,18 @@ const FieldTable& EndCityTable() {
 
 // The keywords and cities of the status block, after the point flags.
 constexpr FieldRow kStatusRows[] = {
-    StringField("s_wd", "st_keyword"),
-    StringField("e_wd", "en_keyword"),
-    BoolField("if_nav", "is_incity"),
+    StringField("s_wd", keys::kStKeyword),
+    StringField("e_wd", keys::kEnKeyword),
+    BoolField("if_nav", keys::kIsIncity),
     FlatField("start_city", StartCityTable),
     FlatField("end_city", EndCityTable),
 };
 
 constexpr FieldRow kPlaceRows[] = {
-    StringField("uid"),
-    StringField("name"),
-    StringField("addr"),
-    StringField("geo"),
+    StringField("uid", keys::kUid),
+    StringField("name", keys::kName),
+    StringField("addr", keys::kAddr),
+    StringField("geo", keys::kGeo),
 };
 
 // The per-point flags of the status block. The points are listed in travel
@@ -286,21 +286,21 @@ constexpr Member kStatusBlockMembers[] = {
     RowsMember(kStatusRows),
 };
 constexpr Key kWaypointStatusKeys[] = {
-    ScalarKey("have_wpcitylist", Value::kBool, kAlways, "city_list[k + 1]: whether it is 1"),
-    ScalarKey("have_wpprio", Value::kBool, kAlways, "prio_flag[k + 1]: whether it is 1"),
-    ScalarKey("wp_keyword", Value::kString, 0, "wp_wd[k]: by the text rule", "when it is a string"),
+    ScalarKey(keys::kHaveWpcitylist, Value::kBool, kAlways, "city_list[k + 1]: whether it is 1"),
+    ScalarKey(keys::kHaveWpprio, Value::kBool, kAlways, "prio_flag[k + 1]: whether it is 1"),
+    ScalarKey(keys::kWpKeyword, Value::kString, 0, "wp_wd[k]: by the text rule", "when it is a string"),
 };
 constexpr Key kStatusBlockKeys[] = {
-    ScalarKey("have_stcitylist", Value::kBool, 0, "city_list[0]: whether it is 1",
+    ScalarKey(keys::kHaveStcitylist, Value::kBool, 0, "city_list[0]: whether it is 1",
               "when \"city_list\" has a first element that reads as an integer"),
-    ScalarKey("have_stprio", Value::kBool, 0, "prio_flag[0]: whether it is 1 (an unreadable element keeps the last readable value)",
+    ScalarKey(keys::kHaveStprio, Value::kBool, 0, "prio_flag[0]: whether it is 1 (an unreadable element keeps the last readable value)",
               "when \"city_list\" has a first element that reads as an integer"),
-    NestedKey("wplist", Value::kBundleArray, kWaypointStatusKeys, 0,
+    NestedKey(keys::kWplist, Value::kBundleArray, kWaypointStatusKeys, 0,
               "city_list, prio_flag, wp_wd: one record per way point (the points between the first and the last)",
               "when \"city_list\" has three or more points"),
-    ScalarKey("have_encitylist", Value::kBool, 0, "city_list[last]: whether it is 1",
+    ScalarKey(keys::kHaveEncitylist, Value::kBool, 0, "city_list[last]: whether it is 1",
               "when \"city_list\" has two or more points, the last reading as an integer"),
-    ScalarKey("have_enprio", Value::kBool, 0, "prio_flag[last]: whether it is 1",
+    ScalarKey(keys::kHaveEnprio, Value::kBool, 0, "prio_flag[last]: whether it is 1",
               "when \"city_list\" has two or more points, the last reading as an integer"),
     RowsKeys(kStatusRows, "", kAlways),
 };
@@ -346,31 +346,31 @@ constexpr const char kWhenCities[] = "when the point's city-list flag is set and
 constexpr const char kWhenPlaces[] = "when the point's city-list flag is not set and an element is an object";
 
 constexpr Key kWaypointResultKeys[] = {
-    ScalarKey("have_wpcitylist", Value::kBool, kAlways, "the way point's status record"),
-    ScalarKey("wp_count", Value::kInt, kAlways, "the number of candidates stored"),
-    RecordKey("waypointcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "the way point's candidates",
+    ScalarKey(keys::kHaveWpcitylist, Value::kBool, kAlways, "the way point's status record"),
+    ScalarKey(keys::kWpCount, Value::kInt, kAlways, "the number of candidates stored"),
+    RecordKey(keys::kWaypointcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "the way point's candidates",
               kWhenCities),
-    TableKey("waypoints", Value::kBundleArray, kPlaceRows, 0, "the way point's candidates", kWhenPlaces),
-    ScalarKey("have_wpprio", Value::kBool, kAlways,
+    TableKey(keys::kWaypoints, Value::kBundleArray, kPlaceRows, 0, "the way point's candidates", kWhenPlaces),
+    ScalarKey(keys::kHaveWpprio, Value::kBool, kAlways,
               "the way point's status record, or exactly one candidate place"),
-    ScalarKey("wp_keyword", Value::kString, 0, "the way point's status record", "when it has one"),
+    ScalarKey(keys::kWpKeyword, Value::kString, 0, "the way point's status record", "when it has one"),
 };
 
 constexpr Key kFirstInfoKeys[] = {
     RecordKeys(kGetRPAddrResInfoFromJson, "result"),
-    ScalarKey("st_count", Value::kInt, 0, "content.start: the number of candidates", "when \"content\" is an object"),
-    ScalarKey("en_count", Value::kInt, 0, "content.end: the number of candidates", "when \"content\" is an object"),
+    ScalarKey(keys::kStCount, Value::kInt, 0, "content.start: the number of candidates", "when \"content\" is an object"),
+    ScalarKey(keys::kEnCount, Value::kInt, 0, "content.end: the number of candidates", "when \"content\" is an object"),
 };
 constexpr Key kFirstFormKeys[] = {
     CurrentCityKey("current_city"),
-    RecordKey("startcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "content.start", kWhenCities),
-    TableKey("startpoints", Value::kBundleArray, kPlaceRows, 0, "content.start", kWhenPlaces),
-    RecordKey("endcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "content.end", kWhenCities),
-    TableKey("endpoints", Value::kBundleArray, kPlaceRows, 0, "content.end", kWhenPlaces),
-    NestedKey("waypoints_result", Value::kBundleArray, kWaypointResultKeys, 0,
+    RecordKey(keys::kStartcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "content.start", kWhenCities),
+    TableKey(keys::kStartpoints, Value::kBundleArray, kPlaceRows, 0, "content.start", kWhenPlaces),
+    RecordKey(keys::kEndcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "content.end", kWhenCities),
+    TableKey(keys::kEndpoints, Value::kBundleArray, kPlaceRows, 0, "content.end", kWhenPlaces),
+    NestedKey(keys::kWaypointsResult, Value::kBundleArray, kWaypointResultKeys, 0,
               "content.waypoints[k]: one record per way point of the status block",
               "when the status block has way points and \"content\".\"waypoints\" is an array"),
-    NestedKey("address_info", Value::kBundle, kFirstInfoKeys, kAlways,
+    NestedKey(keys::kAddressInfo, Value::kBundle, kFirstInfoKeys, kAlways,
               "result: the address info record (without \"wplist\" when \"content\" is an object)", nullptr),
 };
 
@@ -378,22 +378,22 @@ constexpr const char kSkippedWhenMatched[] =
     "when \"traffic_pois\".\"content\" is an object and the point has no priority match";
 constexpr Key kSecondInfoKeys[] = {
     RecordKeys(kGetRPAddrResInfoFromJson, "traffic_pois.option"),
-    ScalarKey("st_count", Value::kInt, 0, "traffic_pois.content.start: the number of candidates", kSkippedWhenMatched),
-    ScalarKey("en_count", Value::kInt, 0, "traffic_pois.content.end: the number of candidates", kSkippedWhenMatched),
+    ScalarKey(keys::kStCount, Value::kInt, 0, "traffic_pois.content.start: the number of candidates", kSkippedWhenMatched),
+    ScalarKey(keys::kEnCount, Value::kInt, 0, "traffic_pois.content.end: the number of candidates", kSkippedWhenMatched),
 };
 constexpr Key kSecondFormKeys[] = {
     CurrentCityKey("traffic_pois.current_city"),
-    RecordKey("startcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.start", kWhenCities),
-    TableKey("startpoints", Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.start", kWhenPlaces),
-    RecordKey("endcitys", Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.end", kWhenCities),
-    TableKey("endpoints", Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.end", kWhenPlaces),
-    NestedKey("waypoints_result", Value::kBundleArray, kWaypointResultKeys, 0,
+    RecordKey(keys::kStartcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.start", kWhenCities),
+    TableKey(keys::kStartpoints, Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.start", kWhenPlaces),
+    RecordKey(keys::kEndcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.end", kWhenCities),
+    TableKey(keys::kEndpoints, Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.end", kWhenPlaces),
+    NestedKey(keys::kWaypointsResult, Value::kBundleArray, kWaypointResultKeys, 0,
               "traffic_pois.content.multi_waypoints[k].way_points: one record per way point of the status block "
               "(not read for a way point with a priority match)",
               "when the status block has way points and \"multi_waypoints\" is an array"),
-    ScalarKey("hasAddrList", Value::kBool, 0, "whether any candidates were stored",
+    ScalarKey(keys::kHasAddrList, Value::kBool, 0, "whether any candidates were stored",
               "when \"traffic_pois\".\"content\" is an object"),
-    NestedKey("address_info", Value::kBundle, kSecondInfoKeys, kAlways,
+    NestedKey(keys::kAddressInfo, Value::kBundle, kSecondInfoKeys, kAlways,
               "traffic_pois.option: the address info record (without \"wplist\" when \"content\" is an object)",
               nullptr),
 };
@@ -407,7 +407,7 @@ constexpr const char* kDispatchRefusals[] = {"as the form chosen"};
 
 constexpr Member kPlaceElement = TableMember(nullptr, kPlaceRows);
 constexpr Key kPlaceListKeys[] = {
-    TableKey("list", Value::kBundleArray, kPlaceRows, kAlways, "the elements", "always (possibly empty)"),
+    TableKey(keys::kList, Value::kBundleArray, kPlaceRows, kAlways, "the elements", "always (possibly empty)"),
 };
 constexpr const char* kPlaceListRefusals[] = {
     "a node that is not an array, or one without an object element (\"list\" is stored, empty)",
