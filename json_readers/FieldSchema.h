@@ -189,12 +189,17 @@ constexpr Key RowsKeys(Rows rows, const char* from, unsigned char flags = 0) {
   return k;
 }
 
-// A custom row's description: the JSON its member takes and the keys it
+}  // namespace schema
+
+// A custom row's function, with the JSON its member takes and the keys it
 // stores (the row's key among them).
-struct CustomSchema {
-  Member member;  // the name is the row's member
-  List<Key> keys;
+struct CustomReader {
+  FieldFunction read;
+  schema::Member member;  // the name is the row's member
+  schema::List<schema::Key> keys;
 };
+
+namespace schema {
 
 // The keys of a record operation read from `from`, stored flat.
 constexpr Key RecordKeys(const OperationSchema& record, const char* from, unsigned char flags = 0) {

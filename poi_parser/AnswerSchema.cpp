@@ -124,7 +124,7 @@ void AddRowMembers(const Rows& rows, std::vector<MemberNode>& out) {
         break;
       }
       case FieldReader::kCustom:
-        out.push_back(Unfold(row->schema->member, row->member));
+        out.push_back(Unfold(row->custom->member, row->member));
         break;
     }
   }
@@ -214,7 +214,7 @@ void AddRowKeys(const Rows& rows, const std::string& prefix, bool always, std::v
         AddRowKeys(Rows(row->table), "", true, node.keys);
         break;
       case FieldReader::kCustom:
-        AddKeys(row->schema->keys, prefix, always, out);
+        AddKeys(row->custom->keys, prefix, always, out);
         continue;
     }
     AddKey(std::move(node), out);
@@ -620,7 +620,9 @@ cJSON* BundleSchema(const AnswerKind& kind) {
   // The records after "keys", each built once.
   cJSON* records = Object();
   AddDefs(records, defs, RecordBundleSchema);
-  if (cJSON* built = cJSON_GetObjectItemCaseSensitive(records, "$defs")) MoveMembers(cJSON_DetachItemViaPointer(records, built), list);
+  if (cJSON* built = cJSON_GetObjectItemCaseSensitive(records, "$defs")) {
+    MoveMembers(cJSON_DetachItemViaPointer(records, built), list);
+  }
   cJSON_Delete(records);
   cJSON_AddItemToObject(schema, "$defs", list);
   return schema;

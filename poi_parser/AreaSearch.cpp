@@ -43,12 +43,14 @@ constexpr schema::Key kSortRuleKeys[] = {
     schema::ScalarKey(keys::kSortrule, schema::Value::kInt, 0,
                       "d_sort_rule: the number its text starts with, 0 for an empty text"),
 };
-constexpr schema::CustomSchema kSortRuleSchema = {schema::MakeMember(nullptr, schema::Json::kText), kSortRuleKeys};
+
+constexpr CustomReader kSortRuleReader = {ReadSortRule, schema::MakeMember(nullptr, schema::Json::kText),
+                                          kSortRuleKeys};
 
 constexpr FieldRow kAreaPlaceParamRows[] = {
     StringField("d_data_type", keys::kType),
     StringField("d_sort_type", keys::kSortkey),
-    CustomField("d_sort_rule", keys::kSortrule, ReadSortRule, kSortRuleSchema),
+    CustomField("d_sort_rule", keys::kSortrule, kSortRuleReader),
 };
 
 // A sub-search summary; "op_gel" is an integer here, unlike in the answers'
@@ -97,7 +99,8 @@ constexpr Key kAreaKeys[] = {
     TableKey(keys::kPlaceparam, Value::kBundle, kAreaPlaceParamRows, 0, "place_info",
              "when it is present (empty unless an object)"),
     ScalarKey(keys::kCount, Value::kInt, kAlways, "content: the array's length, 0 when it is not an array"),
-    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "content", "when an element gave a POI record"),
+    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "content",
+              "when an element gave a POI record"),
 };
 constexpr const char* kAreaRefusals[] = {
     "a root or \"result\" that is not an object; nothing is stored",

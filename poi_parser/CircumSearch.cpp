@@ -43,7 +43,8 @@ constexpr Key kCircumKeys[] = {
     kPsrsKey,
     kSuggestKey,
     ScalarKey(keys::kCount, Value::kInt, 0, "content: the array's length", "when it is an array"),
-    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "content", "when an element gave a POI record"),
+    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "content",
+              "when an element gave a POI record"),
     RecordKey(keys::kCenterPoints, Value::kBundleArray, kGetPoiContentFromJson, 0, "center.poi",
               "when an element gave a POI record"),
 };

@@ -43,7 +43,8 @@ constexpr Key kCityListKeys[] = {
     CurrentCityKey("traffic_citys.current_city"),
     ScalarKey(keys::kCount, Value::kInt, 0, "traffic_citys.contents: the number of city records", kWhenCities),
     RecordKey(keys::kCitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_citys.contents", kWhenCities),
-    ScalarKey(keys::kCurrentNull, Value::kBool, kAlways, "traffic_citys.contents: whether an element gave a city record"),
+    ScalarKey(keys::kCurrentNull, Value::kBool, kAlways,
+              "traffic_citys.contents: whether an element gave a city record"),
 };
 constexpr const char* kCityListRefusals[] = {
     "a null root, a \"result\" that is not an object with an \"error\" of 0, or a \"traffic_citys\" "

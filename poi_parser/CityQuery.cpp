@@ -34,10 +34,12 @@ constexpr schema::Key kLevelKeys[] = {
     schema::ScalarKey(keys::kLevel, schema::Value::kInt, schema::kAlways,
                       "level: its non-zero value, else by \"city_type\" 0 to 3: 4, 11, 12, 13, else 0"),
 };
-constexpr schema::CustomSchema kLevelSchema = {schema::MakeMember(nullptr, schema::Json::kInt), kLevelKeys};
+
+constexpr CustomReader kLevelReader = {ReadLevel, schema::MakeMember(nullptr, schema::Json::kInt), kLevelKeys};
 
 // The city is named by "cname"; a "name" member is not read. "city_type" is
 // always stored, 0 when unreadable.
+
 constexpr FieldRow kCityQueryRows[] = {
     IntAlwaysField("city_type", keys::kType, 0),
     IntField("code", keys::kCode),
@@ -46,7 +48,7 @@ constexpr FieldRow kCityQueryRows[] = {
     StringField("uid", keys::kUid),
     IntField("pccode", keys::kPccode),
     StringField("pcname", keys::kPcname),
-    CustomField("level", keys::kLevel, ReadLevel, kLevelSchema),
+    CustomField("level", keys::kLevel, kLevelReader),
     BoolField("sup_bus", keys::kSupBus),
     BoolField("sup_business_area", keys::kSupBusinessArea),
     BoolField("sup_subway", keys::kSupSubway),

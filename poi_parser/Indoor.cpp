@@ -53,15 +53,27 @@ constexpr schema::Key kTwpKeys[] = {
     schema::ScalarKey(keys::kWFlag, schema::Value::kBool, schema::kAlways, "twp: bit 1 of the number it starts with"),
     schema::ScalarKey(keys::kPFlag, schema::Value::kBool, schema::kAlways, "twp: bit 2 of the number it starts with"),
 };
-constexpr schema::CustomSchema kTwpSchema = {schema::MakeMember(nullptr, schema::Json::kLeadingInt), kTwpKeys};
+
+constexpr CustomReader kTwpReader = {ReadTwpFlags, schema::MakeMember(nullptr, schema::Json::kLeadingInt),
+                                     kTwpKeys};
 
 constexpr FieldRow kIndoorPoiRows[] = {
-    StringField("address", keys::kAddress),   StringField("qx_id", keys::kQxId),    StringField("cid", keys::kCid),
-    StringField("discount", keys::kDiscount),  StringField("floor", keys::kFloor),    StringField("name", keys::kName),
-    StringField("phone", keys::kPhone),     StringField("poi_rank", keys::kPoiRank), StringField("price", keys::kPrice),
-    StringField("pt_x", keys::kPtX),      StringField("pt_y", keys::kPtY),     StringField("star_level", keys::kStarLevel),
-    StringField("tag", keys::kTag),       StringField("tuan_nums", keys::kTuanNums), StringField("uid", keys::kUid),
-    CustomField("twp", keys::kTFlag, ReadTwpFlags, kTwpSchema, 3),
+    StringField("address", keys::kAddress),
+    StringField("qx_id", keys::kQxId),
+    StringField("cid", keys::kCid),
+    StringField("discount", keys::kDiscount),
+    StringField("floor", keys::kFloor),
+    StringField("name", keys::kName),
+    StringField("phone", keys::kPhone),
+    StringField("poi_rank", keys::kPoiRank),
+    StringField("price", keys::kPrice),
+    StringField("pt_x", keys::kPtX),
+    StringField("pt_y", keys::kPtY),
+    StringField("star_level", keys::kStarLevel),
+    StringField("tag", keys::kTag),
+    StringField("tuan_nums", keys::kTuanNums),
+    StringField("uid", keys::kUid),
+    CustomField("twp", keys::kTFlag, kTwpReader, 3),
 };
 
 const FieldTable& IndoorPoiTable() {

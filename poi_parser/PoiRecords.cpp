@@ -25,10 +25,18 @@ const CVString kSrcNameKey = MakeKey(keys::kSrcName);
 // ---- Show record -------------------------------------------------------------
 
 constexpr FieldRow kShowRows[] = {
-    IntField("address", keys::kAddress),      IntField("image", keys::kImage),        IntField("name", keys::kName),
-    IntField("icon", keys::kIcon),         IntField("distance", keys::kDistance),     IntField("overall_rating", keys::kOverallRating),
-    IntField("price", keys::kPrice),        IntField("ep_char", keys::kEpChar),      IntField("ec_reason", keys::kEcReason),
-    IntField("phone_button", keys::kPhoneButton), IntField("map_button", keys::kMapButton),   IntField("book_info", keys::kBookInfo),
+    IntField("address", keys::kAddress),
+    IntField("image", keys::kImage),
+    IntField("name", keys::kName),
+    IntField("icon", keys::kIcon),
+    IntField("distance", keys::kDistance),
+    IntField("overall_rating", keys::kOverallRating),
+    IntField("price", keys::kPrice),
+    IntField("ep_char", keys::kEpChar),
+    IntField("ec_reason", keys::kEcReason),
+    IntField("phone_button", keys::kPhoneButton),
+    IntField("map_button", keys::kMapButton),
+    IntField("book_info", keys::kBookInfo),
 };
 
 const FieldTable& ShowTable() {
@@ -52,8 +60,12 @@ const FieldTable& PremiumTable() {
 }
 
 constexpr FieldRow kGrouponRows[] = {
-    StringField("groupon_num", keys::kGrouponNum),   StringField("groupon_price", keys::kGrouponPrice), StringField("groupon_title", keys::kGrouponTitle),
-    StringField("groupon_image", keys::kGrouponImage), StringField("regular_price", keys::kRegularPrice), StringField("groupon_url_mobile", keys::kGrouponUrlMobile),
+    StringField("groupon_num", keys::kGrouponNum),
+    StringField("groupon_price", keys::kGrouponPrice),
+    StringField("groupon_title", keys::kGrouponTitle),
+    StringField("groupon_image", keys::kGrouponImage),
+    StringField("regular_price", keys::kRegularPrice),
+    StringField("groupon_url_mobile", keys::kGrouponUrlMobile),
 };
 
 const FieldTable& GrouponTable() {
@@ -137,11 +149,6 @@ const FieldTable& DetailTable() {
 
 // ---- POI record --------------------------------------------------------------
 
-constexpr schema::Key kTelKeys[] = {
-    schema::ScalarKey(keys::kTel, schema::Value::kString, 0, "tel: cut to 79 bytes at a whole character, separators normalised"),
-};
-constexpr schema::CustomSchema kTelSchema = {schema::MakeMember(nullptr, schema::Json::kText), kTelKeys};
-
 // Irregular: "tel" through the telephone buffer, normalised; the bytes are
 // widened, not decoded.
 void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
@@ -167,7 +174,6 @@ constexpr schema::Member kExtMembers[] = {
     schema::MakeMember("src_name", schema::Json::kNonEmptyText, schema::kRequired),
     schema::RecordMember("detail_info", schema::kGetPoiDetailFromJson),
 };
-constexpr schema::CustomSchema kExtSchema = {schema::ObjectMember(nullptr, kExtMembers), kExtKeys};
 
 // Irregular: the place bundle holds "ext"."src_name" first, then the detail
 // record of "ext"."detail_info" in the same bundle; only for a non-empty
@@ -192,7 +198,15 @@ void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
   out.SetBundle(key, std::move(place));
 }
 
+constexpr schema::Key kTelKeys[] = {
+    schema::ScalarKey(keys::kTel, schema::Value::kString, 0,
+                      "tel: cut to 79 bytes at a whole character, separators normalised"),
+};
+constexpr CustomReader kTelReader = {ReadTel, schema::MakeMember(nullptr, schema::Json::kText), kTelKeys};
+constexpr CustomReader kExtReader = {ReadPlace, schema::ObjectMember(nullptr, kExtMembers), kExtKeys};
+
 // "poiType" is stored as the client's type code, 0 when unreadable.
+
 constexpr FieldRow kPoiRows[] = {
     StringField("geo", keys::kGeo),
     StringField("name", keys::kName),
@@ -200,13 +214,13 @@ constexpr FieldRow kPoiRows[] = {
     IntField("acc_flag", keys::kAccFlag),
     StringField("addr", keys::kAddr),
     BoolField("detail", keys::kDetail),
-    CustomField("tel", keys::kTel, ReadTel, kTelSchema),
+    CustomField("tel", keys::kTel, kTelReader),
     IntAlwaysField("poiType", keys::kType, 0, CJsonObjParser::int2PoiType),
     StringField("indoor_pano", keys::kIndoorPano),
     IntField("pano", keys::kPano),
     StringField("aoi", keys::kAoi),
     RecordField("show", keys::kShow, ShowTable),
-    CustomField("ext", keys::kPlace, ReadPlace, kExtSchema),
+    CustomField("ext", keys::kPlace, kExtReader),
     IntField("dis", keys::kDistance),
     StringField("rp_des", keys::kRpDes),
     StringField("sep_char", keys::kSepChar),

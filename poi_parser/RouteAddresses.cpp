@@ -293,7 +293,8 @@ constexpr Key kWaypointStatusKeys[] = {
 constexpr Key kStatusBlockKeys[] = {
     ScalarKey(keys::kHaveStcitylist, Value::kBool, 0, "city_list[0]: whether it is 1",
               "when \"city_list\" has a first element that reads as an integer"),
-    ScalarKey(keys::kHaveStprio, Value::kBool, 0, "prio_flag[0]: whether it is 1 (an unreadable element keeps the last readable value)",
+    ScalarKey(keys::kHaveStprio, Value::kBool, 0,
+              "prio_flag[0]: whether it is 1 (an unreadable element keeps the last readable value)",
               "when \"city_list\" has a first element that reads as an integer"),
     NestedKey(keys::kWplist, Value::kBundleArray, kWaypointStatusKeys, 0,
               "city_list, prio_flag, wp_wd: one record per way point (the points between the first and the last)",
@@ -358,7 +359,8 @@ constexpr Key kWaypointResultKeys[] = {
 
 constexpr Key kFirstInfoKeys[] = {
     RecordKeys(kGetRPAddrResInfoFromJson, "result"),
-    ScalarKey(keys::kStCount, Value::kInt, 0, "content.start: the number of candidates", "when \"content\" is an object"),
+    ScalarKey(keys::kStCount, Value::kInt, 0, "content.start: the number of candidates",
+              "when \"content\" is an object"),
     ScalarKey(keys::kEnCount, Value::kInt, 0, "content.end: the number of candidates", "when \"content\" is an object"),
 };
 constexpr Key kFirstFormKeys[] = {
@@ -378,12 +380,15 @@ constexpr const char kSkippedWhenMatched[] =
     "when \"traffic_pois\".\"content\" is an object and the point has no priority match";
 constexpr Key kSecondInfoKeys[] = {
     RecordKeys(kGetRPAddrResInfoFromJson, "traffic_pois.option"),
-    ScalarKey(keys::kStCount, Value::kInt, 0, "traffic_pois.content.start: the number of candidates", kSkippedWhenMatched),
-    ScalarKey(keys::kEnCount, Value::kInt, 0, "traffic_pois.content.end: the number of candidates", kSkippedWhenMatched),
+    ScalarKey(keys::kStCount, Value::kInt, 0, "traffic_pois.content.start: the number of candidates",
+              kSkippedWhenMatched),
+    ScalarKey(keys::kEnCount, Value::kInt, 0, "traffic_pois.content.end: the number of candidates",
+              kSkippedWhenMatched),
 };
 constexpr Key kSecondFormKeys[] = {
     CurrentCityKey("traffic_pois.current_city"),
-    RecordKey(keys::kStartcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.start", kWhenCities),
+    RecordKey(keys::kStartcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.start",
+              kWhenCities),
     TableKey(keys::kStartpoints, Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.start", kWhenPlaces),
     RecordKey(keys::kEndcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.end", kWhenCities),
     TableKey(keys::kEndpoints, Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.end", kWhenPlaces),
