@@ -3,6 +3,7 @@
 #   make test   installs what is missing, builds, and runs the test suite
 #   make install PREFIX=DIR   builds a Release copy and installs the library
 #   make bench  builds the benchmarks in Release and prints their table
+#   make docs   regenerates docs/bundles.md from the field tables
 #   make check  the test suite under ASan+UBSan (make test), once more built
 #               at -O2 under ASan alone with assertions on (check-o2), the
 #               concurrency test under ThreadSanitizer, a fuzz smoke run

@@ -80,7 +80,7 @@ struct FieldRow {
 // Row builders: `member` is the JSON member read, `key` the bundle key
 // stored (a constant of poi_parser/BundleKeys.h).
 constexpr FieldRow MakeRow(const char* member, const char* key, FieldReader reader) {
-  return FieldRow{member, key ? key : member, reader, Keep::kRecords, 1, 0, nullptr, nullptr, nullptr};
+  return FieldRow{member, key, reader, Keep::kRecords, 1, 0, nullptr, nullptr, nullptr};
 }
 constexpr FieldRow IntField(const char* member, const char* key) {
   return MakeRow(member, key, FieldReader::kInt);
@@ -124,7 +124,7 @@ constexpr FieldRow RecordField(const char* member, const char* key, TableFunctio
 // A nested object read flat: its members read by `table` into the record
 // itself (its keys are the table's). Nothing when it is not an object.
 constexpr FieldRow FlatField(const char* member, TableFunction table) {
-  FieldRow row = MakeRow(member, nullptr, FieldReader::kFlat);
+  FieldRow row = MakeRow(member, member, FieldReader::kFlat);  // the key is not stored
   row.table = table;
   return row;
 }
