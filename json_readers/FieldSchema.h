@@ -66,6 +66,8 @@ enum : unsigned char {
   kRequired = 1,  // member: its absence or another JSON refuses the answer
                   // (in a record: drops the record)
   kAlways = 2,    // key: stored whenever the operation returns 1
+  kOrAnything = 4,  // member kObject: another JSON reads as an empty object,
+                    // unreported
 };
 
 // The rows of a field table, by their array or by the table's function.

@@ -50,6 +50,7 @@ struct MemberNode {
   std::string name;  // empty for an element
   Json json = Json::kAny;
   bool required = false;
+  bool or_anything = false;  // an object, or anything else read as empty
   std::vector<MemberNode> members;  // object: members; array: first elements; any-of: alternatives
   std::vector<MemberNode> element;  // array: 0 or 1
   const OperationSchema* record = nullptr;
@@ -63,6 +64,7 @@ MemberNode Unfold(const Member& member, const char* name) {
   node.name = name != nullptr ? name : "";
   node.json = member.json;
   node.required = (member.flags & kRequired) != 0;
+  node.or_anything = (member.flags & kOrAnything) != 0;
   node.record = member.record;
   if (member.read_when_zero != nullptr) node.gate = member.read_when_zero;
   for (const Member& m : member.members) {
@@ -418,7 +420,7 @@ cJSON* MemberSchema(const MemberNode& node, Defs& defs) {
     case Json::kString:
       return TypeSchema("string");
     case Json::kObject: {
-      cJSON* schema = TypeSchema("object");
+      cJSON* schema = node.or_anything ? Object() : TypeSchema("object");
       AddObjectMembers(node.members, schema, defs);
       return schema;
     }
@@ -683,6 +685,7 @@ void MemberLines(const std::vector<MemberNode>& members, const std::string& inde
 void MemberLine(const MemberNode& node, const std::string& label, const std::string& indent, std::string& out) {
   out += indent + "- " + label + ": " + JsonWords(node);
   if (node.required) out += ", required";
+  if (node.or_anything) out += " (anything else reads as an empty object)";
   if (!node.gate.empty()) out += ", read only when " + Code(node.gate) + " reads as 0 (skipped otherwise)";
   out += "\n";
   const std::string inner = indent + "  ";
@@ -740,6 +743,7 @@ void KeyRows(const std::vector<KeyNode>& keys, const std::string& prefix, std::s
 void OperationReference(const OperationSchema& op, std::string& out) {
   out += "Members read:\n\n";
   MemberNode node = Unfold(op.node, nullptr);
+  if (node.or_anything) out += "(A node that is not an object reads as an empty object.)\n\n";
   if (node.json == Json::kArray) {
     MemberLine(node, "the node", "", out);
   } else {

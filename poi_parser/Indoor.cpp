@@ -130,7 +130,7 @@ constexpr Member IndoorPage() {
   return data;
 }
 constexpr Member kIndoorMembers[] = {
-    MakeMember("errNo", Json::kInt),
+    MakeMember("errNo", Json::kAny),  // unreadable: an unknown error, unreported
     MakeMember("Msg", Json::kAny),
     IndoorPage(),
 };

@@ -428,7 +428,7 @@ const OperationSchema kGetRPAddrListFromJson =
               kPlaceListKeys, kPlaceListRefusals);
 const OperationSchema kParseRouteAddrPHPUIRst =
     Operation("The route address answer, first form: the status block is the root's \"result\".",
-              ObjectMember(nullptr, kFirstFormMembers), kFirstFormKeys, kFirstFormRefusals);
+              ObjectMember(nullptr, kFirstFormMembers, kOrAnything), kFirstFormKeys, kFirstFormRefusals);
 const OperationSchema kParseRouteAddrPHPUI2Rst =
     Operation("The route address answer, second form: a status frame, then \"traffic_pois\".",
               ObjectMember(nullptr, kSecondFormMembers), kSecondFormKeys, kSecondFormRefusals);

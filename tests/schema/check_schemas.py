@@ -9,6 +9,7 @@
   diagnostic validates against its answer schema (a record operation
   refuses a node that is not an object without a report of its own: its
   caller reports it, so refused answers are left out);
+- the same for the answer fuzz corpus, each text read as every kind;
 - every bundle of the examples, the golden files and the test tables
   validates against its bundle schema (a refused answer's against
   #/$defs/keys);
@@ -198,6 +199,35 @@ def main():
                 break
             printed, index = decoder.raw_decode(text, index)
             bundle_seen(printed["kind"], printed["result"], printed["bundle"], os.path.relpath(path, source))
+
+    # The answer fuzz corpus (a control byte, then the text), every text read
+    # as every kind, with and without the text mode flag.
+    # Texts that Python cannot write back as the same JSON (1e400) are left out.
+    texts, lines = [], []
+    for path in sorted(glob.glob(os.path.join(source, "fuzz", "corpus", "answer", "*"))):
+        try:
+            text = json.loads(open(path, "rb").read()[1:].decode("utf-8"))
+            lines.append(json.dumps(text, ensure_ascii=False, allow_nan=False) + "\n")
+            texts.append(text)
+        except ValueError:
+            continue
+    jsonl = "".join(lines).encode()
+    for kind in kinds:
+        for flag in ([], ["--utf8"]):
+            out = run([poiparse, "--jsonl", "--explain", "-q", "--kind", kind] + flag, input=jsonl)
+            for index, line in enumerate(out.stdout.decode().split("\n")):
+                if not line.strip():
+                    continue
+                printed = json.loads(line)
+                if "error" in printed:
+                    fail("fuzz corpus text %d: %s" % (index, printed["error"]))
+                    continue
+                where = "fuzz corpus text %d (%s)" % (index, json.dumps(texts[index])[:120])
+                checked["bundles"] += 1
+                check_bundle(schemas[kind], kind, printed["result"], printed["bundle"], where)
+                if printed["result"] == 1 and not printed.get("diagnostics"):
+                    checked["answers"] += 1
+                    check_answer(schemas[kind], kind, texts[index], where)
 
     # The operations' test tables.
     with tempfile.TemporaryDirectory() as tmp:
