@@ -93,10 +93,12 @@ struct Member {
   const OperationSchema* record;     // kObject/kArray: read by this record operation instead
   const char* read_when_zero;        // a sibling that must read as 0 for this member to be
                                      // read; otherwise a present member is skipped
+  const char* read_only_when;        // read only when this says (in words): a schema
+                                     // cannot check it, and does not
 };
 
 constexpr Member MakeMember(const char* name, Json json, unsigned char flags = 0) {
-  return Member{name, json, flags, List<Member>(), nullptr, Rows(), nullptr, nullptr};
+  return Member{name, json, flags, List<Member>(), nullptr, Rows(), nullptr, nullptr, nullptr};
 }
 constexpr Member ObjectMember(const char* name, List<Member> members, unsigned char flags = 0) {
   Member member = MakeMember(name, Json::kObject, flags);
@@ -126,6 +128,11 @@ constexpr Member TupleMember(const char* name, List<Member> first, unsigned char
 constexpr Member AnyOfMember(const char* name, List<Member> alternatives) {
   Member member = MakeMember(name, Json::kAnyOf);
   member.members = alternatives;
+  return member;
+}
+// `member`, read only when `when` says; otherwise it is not looked at.
+constexpr Member Conditional(Member member, const char* when) {
+  member.read_only_when = when;
   return member;
 }
 constexpr Member RowsMember(Rows rows) {

@@ -55,6 +55,7 @@ struct MemberNode {
   std::vector<MemberNode> element;  // array: 0 or 1
   const OperationSchema* record = nullptr;
   std::string gate;  // a sibling that must read as 0
+  std::string read_only_when;
 };
 
 void AddRowMembers(const Rows& rows, std::vector<MemberNode>& out);
@@ -67,6 +68,7 @@ MemberNode Unfold(const Member& member, const char* name) {
   node.or_anything = (member.flags & kOrAnything) != 0;
   node.record = member.record;
   if (member.read_when_zero != nullptr) node.gate = member.read_when_zero;
+  if (member.read_only_when != nullptr) node.read_only_when = member.read_only_when;
   for (const Member& m : member.members) {
     if (m.json == Json::kRows) {
       AddRowMembers(m.rows, node.members);
@@ -410,6 +412,12 @@ void AddObjectMembers(const std::vector<MemberNode>& members, cJSON* schema, Def
 }
 
 cJSON* MemberSchema(const MemberNode& node, Defs& defs) {
+  if (!node.read_only_when.empty()) {
+    // What is not always read cannot be refused by a schema of the answer.
+    cJSON* schema = Object();
+    cJSON_AddStringToObject(schema, "description", ("read only " + node.read_only_when).c_str());
+    return schema;
+  }
   if (node.record != nullptr) {
     cJSON* schema = Ref(defs.Need(OperationName(node.record), node.record));
     AddObjectMembers(node.members, schema, defs);
@@ -686,6 +694,7 @@ void MemberLine(const MemberNode& node, const std::string& label, const std::str
   out += indent + "- " + label + ": " + JsonWords(node);
   if (node.required) out += ", required";
   if (node.or_anything) out += " (anything else reads as an empty object)";
+  if (!node.read_only_when.empty()) out += ", read only " + node.read_only_when;
   if (!node.gate.empty()) out += ", read only when " + Code(node.gate) + " reads as 0 (skipped otherwise)";
   out += "\n";
   const std::string inner = indent + "  ";

@@ -281,8 +281,8 @@ constexpr Member kFlagElement = MakeMember(nullptr, Json::kInt);
 constexpr Member kKeywordElement = MakeMember(nullptr, Json::kString);
 constexpr Member kStatusBlockMembers[] = {
     ArrayMember("city_list", kFlagElement),
-    ArrayMember("prio_flag", kFlagElement),
-    ArrayMember("wp_wd", kKeywordElement),
+    Conditional(ArrayMember("prio_flag", kFlagElement), "for the points of \"city_list\""),
+    Conditional(ArrayMember("wp_wd", kKeywordElement), "for the way points of \"city_list\""),
     RowsMember(kStatusRows),
 };
 constexpr Key kWaypointStatusKeys[] = {
@@ -318,10 +318,11 @@ constexpr Member kCandidates = ArrayMember(nullptr, kCandidate);
 constexpr Member kWaypointHolderMembers[] = {ArrayMember("way_points", kCandidate)};
 constexpr Member kWaypointHolder = ObjectMember(nullptr, kWaypointHolderMembers);
 
+constexpr const char kForWaypoints[] = "for the way points of the status block";
 constexpr Member kFirstContentMembers[] = {
     ArrayMember("start", kCandidate),
     ArrayMember("end", kCandidate),
-    ArrayMember("waypoints", kCandidates),
+    Conditional(ArrayMember("waypoints", kCandidates), kForWaypoints),
 };
 constexpr Member kFirstFormMembers[] = {
     RecordMember("result", kGetRPAddrResInfoFromJson),
@@ -329,9 +330,9 @@ constexpr Member kFirstFormMembers[] = {
     ObjectMember("content", kFirstContentMembers),
 };
 constexpr Member kSecondContentMembers[] = {
-    ArrayMember("start", kCandidate),
-    ArrayMember("end", kCandidate),
-    ArrayMember("multi_waypoints", kWaypointHolder),
+    Conditional(ArrayMember("start", kCandidate), "when the start has no priority match"),
+    Conditional(ArrayMember("end", kCandidate), "when the end has no priority match"),
+    Conditional(ArrayMember("multi_waypoints", kWaypointHolder), kForWaypoints),
 };
 constexpr Member kTrafficPoisMembers[] = {
     RecordMember("option", kGetRPAddrResInfoFromJson, kRequired),
