@@ -148,6 +148,46 @@ def check_mutations(schemas, kind, bundle, where):
     return count
 
 
+# Answers at the edges of what the readers take. Each "clean" one is read
+# with result 1 and no diagnostic, so its answer schema must take it; each
+# other one is refused or has a member skipped, and its answer schema states
+# that it does not take it.
+EDGES = [
+    ("clean", "indoor", {"errNo": {}, "Msg": []}),  # unreadable status: an unknown error
+    ("refused-or-skipped", "indoor", {"errNo": 2, "data": {}}),  # a page under a bad status is skipped
+    ("clean", "indoor", {"errNo": "0", "data": {"page_num": True}}),
+    ("clean", "route-addr-1", []),  # any root reads as an empty object
+    ("clean", "route-addr-1", {"result": {"city_list": [], "prio_flag": "x", "wp_wd": 5}}),
+    ("clean", "route-addr-2", {"result": {"error": "-0"}, "traffic_pois": {"option": {"prio_flag": [1], "city_list": [0, 0]},
+                                                                      "content": {"start": {}, "end": []}}}),
+    ("clean", "city-query", {"content": {"city_type": " 3 ", "level": False, "sup_bus": "1"}}),
+    ("clean", "especial", {"content": ["1,2", "x", {}]}),
+    ("clean", "indoor-poi", {"twp": " -7x"}),
+    ("clean", "poi", {"ext": {"src_name": 0, "detail_info": {}}, "tel": 12, "poiType": 9.9}),
+    ("refused", "city-list", {"result": {"error": 1}, "traffic_citys": {}}),
+    ("refused", "city-list", {"result": {"error": "1"}, "traffic_citys": {}}),
+    ("refused", "poi-list", {"result": {"error": 0}, "poi_result": {"option": {}}}),
+    ("refused", "indoor", {"errNo": 0}),
+    ("refused", "especial", {"content": ["1;2", "3"]}),
+    ("refused", "district", {"result": {}, "content": []}),
+    ("refused", "circum", {"result": {}, "center": {"poi": {}}}),
+    ("refused", "area-multi", {"result": {"result_array": [1]}}),
+]
+
+
+def check_edges(poiparse, schemas):
+    for expected, kind, answer in EDGES:
+        out = run([poiparse, "--explain", "--compact", "--kind", kind], input=json.dumps(answer).encode())
+        printed = json.loads(out.stdout)
+        where = "edge %s" % json.dumps(answer)
+        clean = printed["result"] == 1 and not printed["diagnostics"]
+        if clean != (expected == "clean"):
+            fail("%s: read as %s, expected %s" % (where, json.dumps(printed), expected))
+        valid = schemas[kind].answer.is_valid(answer)
+        if valid != (expected == "clean"):
+            fail("%s: the %s answer schema %s it" % (where, kind, "takes" if valid else "does not take"))
+
+
 def main():
     poiparse, unit_tests, source = sys.argv[1:4]
     kinds_text = run([poiparse, "--list-kinds"]).stdout.decode()
@@ -157,6 +197,7 @@ def main():
         schemas[kind] = KindSchemas(poiparse, kind)
     print("%d kinds: schemas valid 2020-12" % len(schemas))
 
+    check_edges(poiparse, schemas)
     checked = {"answers": 0, "bundles": 0, "mutations": 0}
     mutated_kinds = set()
 
