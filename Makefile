@@ -159,7 +159,7 @@ TRIPLE_arm64 := aarch64-linux-gnu
 TRIPLE_armhf := arm-linux-gnueabihf
 CROSS_OPTIONS_arm64 ?=
 CROSS_OPTIONS_armhf ?=
-CROSS_PACKAGES := cmake make qemu-user
+CROSS_PACKAGES := cmake make qemu-user python3-jsonschema
 CROSS_LIBRARIES := libcjson-dev libcjson1 libgtest-dev libsimdjson-dev libsimdjson14
 
 test-arm64 test-armhf: test-%:

@@ -5,13 +5,20 @@
 // Field tables describe themselves: a row's reader says which JSON it takes
 // and which value it stores. What a table cannot say sits next to the code
 // that does it, in the terms below:
-//   - a custom row's member and keys (CustomSchema, named by its row);
+//   - a custom row's member and keys (CustomReader, beside its function);
 //   - the members an operation reads outside its tables, with the JSON each
 //     takes and whether its absence refuses (Member);
 //   - the keys it stores outside its tables, with when and from where (Key);
 //   - its refusals in words (OperationSchema::refusals).
-// Nothing here is read while parsing: the descriptions cost the operations
-// nothing.
+// Nothing here is read while parsing: the descriptions are constant data
+// that cost the operations nothing (a custom row's function is reached
+// through its CustomReader, so a row keeps its size).
+//
+// The answer schema must take every answer that an operation reads with no
+// diagnostic: a description may say less than the code checks (a schema
+// that takes more), never more. What is read only in some cases (a member
+// read for some points of a route) is marked Conditional and left
+// unconstrained.
 //
 // Paths in `from` are dotted member names from the node the operation
 // reads ("poi_result.option.total"); "[]" stands for every element of an
@@ -52,7 +59,7 @@ enum class Json : unsigned char {
   kString,        // a string only
   kLeadingInt,    // a string starting with a decimal number (white space, sign)
   kPosition,      // a string holding "x,y"
-  kAny,           // anything: the member is read only if it is of some use
+  kAny,           // anything: no JSON is skipped with a report
   kObject,        // an object: `members` lists what is read of it
   kArray,         // an array: `element` describes each element, `members`
                   // (when given) the first elements, all needed, in order

@@ -16,7 +16,8 @@
 - bundles with an unknown key, or with a value of another type, do not.
 
 The test tables are taken from the unit tests themselves: UNIT_TESTS runs
-with POIPARSE_CASE_LOG set and appends every case it checks.
+with POIPARSER_CASE_LOG set and appends every case it checks. With
+POIPARSER_EMULATOR set (a cross build), the programs run under it.
 """
 
 import copy
@@ -39,7 +40,12 @@ def fail(message):
         print("FAIL: " + message, file=sys.stderr)
 
 
+# A cross build's programs run under its emulator (a command prefix).
+EMULATOR = os.environ.get("POIPARSER_EMULATOR", "").split()
+
+
 def run(args, **kwargs):
+    args = EMULATOR + list(args)
     return subprocess.run(args, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, **kwargs)
 
 
