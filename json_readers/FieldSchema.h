@@ -20,6 +20,8 @@
 // read for some points of a route) is marked Conditional and left
 // unconstrained.
 //
+// Thread safety: constant data.
+//
 // Paths in `from` are dotted member names from the node the operation
 // reads ("poi_result.option.total"); "[]" stands for every element of an
 // array ("content[].cont").

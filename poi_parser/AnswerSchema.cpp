@@ -361,6 +361,13 @@ const ScalarForm* FormOf(Json json) {
   return nullptr;
 }
 
+const ScalarForm* FormNamed(const std::string& def) {
+  for (const ScalarForm& form : kForms) {
+    if (def == form.def) return &form;
+  }
+  return nullptr;
+}
+
 // The "$defs" a schema needs, in the order first asked for.
 class Defs {
  public:
@@ -461,14 +468,10 @@ void AddDefs(cJSON* schema, Defs& defs, cJSON* (*build)(const OperationSchema&, 
     const std::string name = defs.At(i).first;
     const OperationSchema* record = defs.At(i).second;
     cJSON* def;
+    const ScalarForm* form = FormNamed(name);
     if (record != nullptr) {
       def = build(*record, defs);
-    } else if (const ScalarForm* form = [&]() -> const ScalarForm* {
-                 for (const ScalarForm& f : kForms) {
-                   if (name == f.def) return &f;
-                 }
-                 return nullptr;
-               }()) {
+    } else if (form != nullptr) {
       def = form->make();
       cJSON_AddStringToObject(def, "description", form->description);
     } else {
