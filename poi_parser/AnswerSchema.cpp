@@ -165,6 +165,12 @@ void AddKey(KeyNode node, std::vector<KeyNode>& out) {
 void AddKeys(List<Key> keys, const std::string& prefix, bool always, std::vector<KeyNode>& out);
 void AddOperationKeys(const OperationSchema& op, const std::string& prefix, bool always, std::vector<KeyNode>& out);
 
+// When a key that its table always stores is stored, read from `prefix`
+// only in some cases.
+std::string WhenRead(const std::string& prefix) {
+  return prefix.empty() ? "whenever its record is read" : "whenever \"" + prefix + "\" is read as an object";
+}
+
 void AddRowKeys(const Rows& rows, const std::string& prefix, bool always, std::vector<KeyNode>& out) {
   int count = 0;
   const FieldRow* row = RowsOf(rows, &count);
@@ -194,11 +200,13 @@ void AddRowKeys(const Rows& rows, const std::string& prefix, bool always, std::v
       case FieldReader::kIntAsText:
         node.value = Value::kString;
         node.always = always;
+        if (!always) node.when = WhenRead(prefix);
         node.from += ": an integer as decimal text, " + std::to_string(row->start) + " when unreadable";
         break;
       case FieldReader::kIntAlways:
         node.value = Value::kInt;
         node.always = always;
+        if (!always) node.when = WhenRead(prefix);
         node.from += ": " + std::to_string(row->start) + " when unreadable";
         if (row->convert != nullptr) node.from += ", then mapped to the client's code";
         break;
@@ -242,7 +250,11 @@ void AddKeys(List<Key> keys, const std::string& prefix, bool always, std::vector
     node.value = key.value;
     node.always = key_always;
     node.from = Join(prefix, key.from);
-    if (key.when != nullptr) node.when = key.when;
+    if (key.when != nullptr) {
+      node.when = key.when;
+    } else if ((key.flags & kAlways) != 0 && !always) {
+      node.when = WhenRead(prefix);
+    }
     node.record = key.record;
     if (key.value == Value::kBundle || key.value == Value::kBundleArray) {
       if (key.rows.rows != nullptr || key.rows.table != nullptr) AddRowKeys(key.rows, "", true, node.keys);
