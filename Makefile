@@ -6,6 +6,7 @@
 #   make bench  builds the benchmarks in Release and prints their table
 #   make python builds the Python module poiparser into build/python
 #               (import it with PYTHONPATH=build/python)
+#   make docs   regenerates docs/bundles.md from the field tables
 #   make check  the test suite under ASan+UBSan (make test), once more built
 #               at -O2 under ASan alone with assertions on (check-o2), the
 #               concurrency test under ThreadSanitizer, a fuzz smoke run
@@ -25,7 +26,7 @@ CHECK_O2_DIR := build/check-o2
 FUZZ_DIR := build/fuzz
 PYTHON_DIR := build/python
 BUILD_PACKAGES := cmake g++ make libcjson-dev libsimdjson-dev pkg-config
-TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev
+TEST_PACKAGES := $(BUILD_PACKAGES) libgtest-dev python3-jsonschema
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev
 # The module is built for Debian's /usr/bin/python3; its tests need pytest
 # and Dask (a two-worker local cluster replays a log).
@@ -41,7 +42,7 @@ EXAMPLES := $(sort $(wildcard examples/*.json))
 PREFIX ?= /usr/local
 
 .PHONY: run test bench deps deps-test build build-test install clean check check-tsan check-o2 \
-	test-cjson-only python test-python \
+	test-cjson-only python test-python docs \
 	build-fuzz fuzz fuzz-corpus test-arm64 test-armhf
 
 # Each example is read with the arguments in examples/NAME.args, if any.
@@ -70,6 +71,11 @@ test-python: python
 
 deps:
 	@scripts/install-deps.sh $(BUILD_PACKAGES)
+
+# docs/bundles.md, generated from the field tables (a test checks that it is
+# up to date).
+docs: build
+	./$(RELEASE_DIR)/bundle_reference > docs/bundles.md
 
 deps-test:
 	@scripts/install-deps.sh $(TEST_PACKAGES)
@@ -176,7 +182,7 @@ TRIPLE_arm64 := aarch64-linux-gnu
 TRIPLE_armhf := arm-linux-gnueabihf
 CROSS_OPTIONS_arm64 ?=
 CROSS_OPTIONS_armhf ?=
-CROSS_PACKAGES := cmake make qemu-user
+CROSS_PACKAGES := cmake make qemu-user python3-jsonschema
 CROSS_LIBRARIES := libcjson-dev libcjson1 libgtest-dev libsimdjson-dev libsimdjson14
 
 test-arm64 test-armhf: test-%:

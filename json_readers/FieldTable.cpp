@@ -1,6 +1,7 @@
 #include "json_readers/FieldTable.h"
 
 #include "json_readers/Diagnostics.h"
+#include "json_readers/FieldSchema.h"
 
 #include <cassert>
 #include <memory>
@@ -122,7 +123,7 @@ void FieldTable::Read(cJSON* object, CVBundle& out) const {
         field::StoreList(slots[i], row.table(), row.keep, key, out);
         break;
       case FieldReader::kCustom:
-        row.custom(slots[i], key, out);
+        row.custom->read(slots[i], key, out);
         break;
     }
   }

@@ -7,6 +7,7 @@
 
 #include "json_readers/Diagnostics.h"
 #include "json_readers/FieldTable.h"
+#include "poi_parser/BundleKeys.h"
 
 namespace _quarn_framework {
 
@@ -142,25 +143,23 @@ int CJsonObjParser::GetJsonStringArray(cJSON* node, const char* name, CVBundle& 
 namespace {
 
 // "level" is always stored: 0 when absent or unreadable.
-void ReadCityLevel(cJSON* member, const CVString& key, CVBundle& out) {
-  int level = 0;
-  if (!JsonReadInt(member, &level)) diag::SkipMember(member, "an integer");
-  out.SetInt(key, level);
-}
-
-const FieldRow kCurrentCityRows[] = {
-    IntField("code"),
-    StringField("name"),
-    IntField("type"),
-    StringField("geo"),
-    CustomField("level", "level", ReadCityLevel, 1),
+constexpr FieldRow kCurrentCityRows[] = {
+    IntField("code", keys::kCode),
+    StringField("name", keys::kName),
+    IntField("type", keys::kType),
+    StringField("geo", keys::kGeo),
+    IntAlwaysField("level", keys::kLevel, 0),
 };
 
 }  // namespace
 
-int CJsonObjParser::GetCurrentCityFromJson(cJSON* node, CVBundle& record) {
+const FieldTable& CurrentCityTable() {
   static const FieldTable table(kCurrentCityRows);
-  return table.ReadRecord(node, record);
+  return table;
+}
+
+int CJsonObjParser::GetCurrentCityFromJson(cJSON* node, CVBundle& record) {
+  return CurrentCityTable().ReadRecord(node, record);
 }
 
 int CJsonObjParser::int2PoiType(int poiType) {

@@ -1,5 +1,8 @@
 #include "poi_parser/AnswerKinds.h"
 
+#include "poi_parser/BundleKeys.h"
+#include "poi_parser/OperationSchemas.h"
+
 #include <array>
 #include <cassert>
 #include <cstring>
@@ -14,7 +17,7 @@ using P = CPoiJsonObjParser;
 // ---- The list builders with the bundle signature ---------------------------
 
 const CVString& ListKey() {
-  static const CVString key("list", CVString::Permanent());
+  static const CVString key(keys::kList, CVString::Permanent());
   return key;
 }
 
@@ -34,8 +37,9 @@ constexpr TextMode kIgnored = TextMode::kIgnored;
 constexpr TextMode kDecodes = TextMode::kDecodes;
 
 // clang-format off
-#define POIPARSER_OPERATION(name, role, text_mode) {#name, role, text_mode, P::name, nullptr}
-#define POIPARSER_LIST_OPERATION(name, text_mode) {#name, kRecord, text_mode, RunList<P::name>, P::name}
+#define POIPARSER_OPERATION(name, role, text_mode) {#name, role, text_mode, P::name, nullptr, &schema::k##name}
+#define POIPARSER_LIST_OPERATION(name, text_mode) \
+  {#name, kRecord, text_mode, RunList<P::name>, P::name, &schema::k##name}
 // clang-format on
 
 // The text mode: the suggested-query texts (read by the POI list, area and

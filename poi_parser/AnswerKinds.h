@@ -38,6 +38,10 @@
 
 namespace _quarn_framework {
 
+namespace schema {
+struct OperationSchema;  // what an operation reads and stores (internal)
+}  // namespace schema
+
 // An operation with the bundle signature of CPoiJsonObjParser.
 typedef int (*BundleOperation)(cJSON* node, CVBundle& out);
 // A list builder: appends records to `out`, returns 1 iff it is non-empty.
@@ -65,6 +69,8 @@ struct ParserOperation {
   TextMode text_mode;
   BundleOperation run;  // the operation; a list builder's array goes under "list"
   ListOperation list;   // the list builder itself, or null for a bundle operation
+  // What it reads and stores, for poi_parser/AnswerSchema.h.
+  const schema::OperationSchema* schema;
 };
 
 // One answer kind that a user names.

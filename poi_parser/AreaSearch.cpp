@@ -4,6 +4,7 @@
 // multi-area search (one summary and one list of places per sub-search).
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -13,20 +14,20 @@ using namespace internal;
 
 namespace {
 
-const CVString kPlaceParamKey = MakeKey("placeparam");
-const CVString kResultKey = MakeKey("result");
-const CVString kContentKey = MakeKey("content");
-const CVString kContKey = MakeKey("cont");
+const CVString kPlaceParamKey = MakeKey(keys::kPlaceparam);
+const CVString kResultKey = MakeKey(keys::kResult);
+const CVString kContentKey = MakeKey(keys::kContent);
+const CVString kContKey = MakeKey(keys::kCont);
 
 constexpr FieldRow kAreaOptionRows[] = {
-    IntField("total"),
-    BoolField("op_gel"),
-    StringField("from"),
-    BoolField("op_addr"),
-    IntField("loc_attr"),
-    StringField("strategy"),
-    StringField("qid"),
-    IntField("rp_strategy"),
+    IntField("total", keys::kTotal),
+    BoolField("op_gel", keys::kOpGel),
+    StringField("from", keys::kFrom),
+    BoolField("op_addr", keys::kOpAddr),
+    IntField("loc_attr", keys::kLocAttr),
+    StringField("strategy", keys::kStrategy),
+    StringField("qid", keys::kQid),
+    IntField("rp_strategy", keys::kRpStrategy),
 };
 
 // Irregular: "d_sort_rule" as text turned into a number: an empty text gives 0, any
@@ -38,22 +39,30 @@ void ReadSortRule(cJSON* member, const CVString& key, CVBundle& out) {
   out.SetInt(key, text.IsEmpty() ? 0 : _quarn_vi::_wtoi(text.GetBuffer(0)));
 }
 
+constexpr schema::Key kSortRuleKeys[] = {
+    schema::ScalarKey(keys::kSortrule, schema::Value::kInt, 0,
+                      "d_sort_rule: the number its text starts with, 0 for an empty text"),
+};
+
+constexpr CustomReader kSortRuleReader = {ReadSortRule, schema::MakeMember(nullptr, schema::Json::kText),
+                                          kSortRuleKeys};
+
 constexpr FieldRow kAreaPlaceParamRows[] = {
-    StringField("d_data_type", "type"),
-    StringField("d_sort_type", "sortkey"),
-    CustomField("d_sort_rule", "sortrule", ReadSortRule),
+    StringField("d_data_type", keys::kType),
+    StringField("d_sort_type", keys::kSortkey),
+    CustomField("d_sort_rule", keys::kSortrule, kSortRuleReader),
 };
 
 // A sub-search summary; "op_gel" is an integer here, unlike in the answers'
 // own options.
 constexpr FieldRow kSummaryRows[] = {
-    IntField("count"),
-    IntField("catalogID"),
-    IntField("op_gel"),
-    IntField("page_num"),
-    IntField("total"),
-    IntField("type"),
-    StringField("wd"),
+    IntField("count", keys::kCount),
+    IntField("catalogID", keys::kCatalogID),
+    IntField("op_gel", keys::kOpGel),
+    IntField("page_num", keys::kPageNum),
+    IntField("total", keys::kTotal),
+    IntField("type", keys::kType),
+    StringField("wd", keys::kWd),
 };
 
 // One sub-search's places: a bundle whose "cont" holds the POI records of
@@ -68,6 +77,67 @@ int GetSubSearchPoisFromJson(cJSON* node, CVBundle& list) {
 }
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member kAreaMembers[] = {
+    TableMember("result", kAreaOptionRows, kRequired),
+    kCurrentCityMember,
+    kPsrsMember,
+    kSuggestMember,
+    TableMember("place_info", kAreaPlaceParamRows),
+    ArrayMember("content", kPoiElement),
+};
+constexpr Key kAreaKeys[] = {
+    RowsKeys(kAreaOptionRows, "result", kAlways),
+    CurrentCityKey("current_city"),
+    kPsrsKey,
+    kSuggestKey,
+    TableKey(keys::kPlaceparam, Value::kBundle, kAreaPlaceParamRows, 0, "place_info",
+             "when it is present (empty unless an object)"),
+    ScalarKey(keys::kCount, Value::kInt, kAlways, "content: the array's length, 0 when it is not an array"),
+    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "content",
+              "when an element gave a POI record"),
+};
+constexpr const char* kAreaRefusals[] = {
+    "a root or \"result\" that is not an object; nothing is stored",
+};
+
+constexpr Member kSummaryElement = TableMember(nullptr, kSummaryRows);
+constexpr Member kMultiResultMembers[] = {ArrayMember("result_array", kSummaryElement, kRequired)};
+constexpr Member kSubSearchElement = ArrayMember(nullptr, kPoiElement);
+constexpr Member kMultiMembers[] = {
+    ObjectMember("result", kMultiResultMembers, kRequired),
+    ArrayMember("content", kSubSearchElement),
+};
+constexpr Key kSubSearchKeys[] = {
+    RecordKey(keys::kCont, Value::kBundleArray, kGetPoiContentFromJson, kAlways, "content[]: its POI records",
+              "always (possibly empty)"),
+};
+constexpr Key kMultiKeys[] = {
+    TableKey(keys::kResult, Value::kBundleArray, kSummaryRows, 0, "result.result_array", "when it has elements"),
+    NestedKey(keys::kContent, Value::kBundleArray, kSubSearchKeys, 0, "content: one bundle per array element",
+              "when it is a non-empty array"),
+};
+constexpr const char* kMultiRefusals[] = {
+    "a root or \"result\" that is not an object, a \"result\".\"result_array\" that is not an array, or an "
+    "element of it that is not an object; nothing is stored",
+};
+
+}  // namespace
+
+const OperationSchema kParseAreaSearchRst =
+    Operation("The area search answer: a page of places with the search's options, the current city, the hints "
+              "and the place category.",
+              ObjectMember(nullptr, kAreaMembers), kAreaKeys, kAreaRefusals);
+const OperationSchema kParseAreaMultiSearchRst =
+    Operation("The multi-area search answer: one summary and one list of places per sub-search.",
+              ObjectMember(nullptr, kMultiMembers), kMultiKeys, kMultiRefusals);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParseAreaSearchRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kAreaOptionRows);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -21,10 +22,10 @@ constexpr size_t kPositionBufferSize = 20;
 // The service's coordinates are in hundredths of the map unit.
 constexpr int kCoordinateScale = 100;
 
-const CVString kCurrentCityKey = MakeKey("current_city");
-const CVString kLevelKey = MakeKey("level");
-const CVString kXKey = MakeKey("x");
-const CVString kYKey = MakeKey("y");
+const CVString kCurrentCityKey = MakeKey(keys::kCurrentCity);
+const CVString kLevelKey = MakeKey(keys::kLevel);
+const CVString kXKey = MakeKey(keys::kX);
+const CVString kYKey = MakeKey(keys::kY);
 
 // The refusal of a district whose geometry gives no first point.
 void ReportNoPoint(cJSON* district, int geometry_read) {
@@ -37,6 +38,66 @@ void ReportNoPoint(cJSON* district, int geometry_read) {
 }
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+// The first element of "content" is read as a POI record (a gate only) and
+// for its "geo" geometry; the others are not read.
+constexpr Member kDistrictGeo[] = {MakeMember("geo", Json::kString, kRequired)};
+constexpr Member DistrictElement() {
+  Member element = kPoiElement;
+  element.members = kDistrictGeo;
+  return element;
+}
+constexpr Member kDistrictFirst[] = {DistrictElement()};
+constexpr Member kDistrictMembers[] = {
+    ObjectMember("result", List<Member>(), kRequired),
+    kCurrentCityMember,
+    TupleMember("content", kDistrictFirst, kRequired),
+};
+constexpr Key kDistrictKeys[] = {
+    CurrentCityKey("current_city"),
+    ScalarKey(keys::kLevel, Value::kInt, kAlways, "current_city.level: 0 without a current-city record"),
+    ScalarKey(keys::kX, Value::kDouble, kAlways,
+              "content[0].geo: the first point's x, divided by 100 in integers"),
+    ScalarKey(keys::kY, Value::kDouble, kAlways,
+              "content[0].geo: the first point's y, divided by 100 in integers"),
+};
+constexpr const char* kDistrictRefusals[] = {
+    "a null root or a \"result\" that is not an object; nothing is stored",
+    "a \"content\" that is not a non-empty array, a first element that is not an object, or a \"geo\" "
+    "geometry without a point; \"current_city\" is stored when present",
+};
+
+constexpr Member kCoordinateFirst[] = {
+    MakeMember(nullptr, Json::kPosition, kRequired),
+    MakeMember(nullptr, Json::kString, kRequired),
+};
+constexpr Member kCoordinateMembers[] = {TupleMember("content", kCoordinateFirst, kRequired)};
+constexpr Key kCoordinateKeys[] = {
+    ScalarKey(keys::kX, Value::kDouble, kAlways, "content[0]: the text before its first comma, as atof reads it"),
+    ScalarKey(keys::kY, Value::kDouble, kAlways, "content[0]: the text after its first comma, as atof reads it"),
+    ScalarKey(keys::kLevel, Value::kInt, kAlways, "content[1]: as atoi reads it, saturated beyond int32"),
+};
+constexpr const char* kCoordinateRefusals[] = {
+    "a node that is not an object, a \"content\" that is not an array of at least two elements, an element 0 "
+    "or 1 that is not a string, a position without a comma or with an x part of more than 19 bytes; "
+    "nothing is stored",
+};
+
+}  // namespace
+
+const OperationSchema kParseDistrictRst =
+    Operation("The district answer: the current city, its level and the district's first point.",
+              ObjectMember(nullptr, kDistrictMembers), kDistrictKeys, kDistrictRefusals);
+const OperationSchema kParseEspecialQueryRst =
+    Operation("The coordinate query answer: a position and a level, from \"content\": [\"x,y\", \"level\"].",
+              ObjectMember(nullptr, kCoordinateMembers), kCoordinateKeys, kCoordinateRefusals);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParseDistrictRst(cJSON* root, CVBundle& out) {
   if (root == nullptr) return RefuseNoAnswer();

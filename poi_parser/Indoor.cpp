@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -24,9 +25,9 @@ constexpr int kErrorBadBuilding = 601;  // "Msg" names "bid"
 constexpr int kErrorBadFloor = 602;     // "Msg" names "floor"
 constexpr int kErrorUnknown = 603;      // any other status, or none
 
-const CVString kErrNoKey = MakeKey("errNo");
-const CVString kWFlagKey = MakeKey("w_flag");
-const CVString kPFlagKey = MakeKey("p_flag");
+const CVString kErrNoKey = MakeKey(keys::kErrNo);
+const CVString kWFlagKey = MakeKey(keys::kWFlag);
+const CVString kPFlagKey = MakeKey(keys::kPFlag);
 
 // Irregular: one member gives three keys. "twp" is a string holding a number whose three low bits are the flags
 // "t_flag", "w_flag" and "p_flag" (two's-complement bits for a negative
@@ -47,13 +48,32 @@ void ReadTwpFlags(cJSON* member, const CVString& t_key, CVBundle& out) {
   out.SetBool(kPFlagKey, (bits & 4u) != 0);
 }
 
+constexpr schema::Key kTwpKeys[] = {
+    schema::ScalarKey(keys::kTFlag, schema::Value::kBool, schema::kAlways, "twp: bit 0 of the number it starts with"),
+    schema::ScalarKey(keys::kWFlag, schema::Value::kBool, schema::kAlways, "twp: bit 1 of the number it starts with"),
+    schema::ScalarKey(keys::kPFlag, schema::Value::kBool, schema::kAlways, "twp: bit 2 of the number it starts with"),
+};
+
+constexpr CustomReader kTwpReader = {ReadTwpFlags, schema::MakeMember(nullptr, schema::Json::kLeadingInt),
+                                     kTwpKeys};
+
 constexpr FieldRow kIndoorPoiRows[] = {
-    StringField("address"),   StringField("qx_id"),    StringField("cid"),
-    StringField("discount"),  StringField("floor"),    StringField("name"),
-    StringField("phone"),     StringField("poi_rank"), StringField("price"),
-    StringField("pt_x"),      StringField("pt_y"),     StringField("star_level"),
-    StringField("tag"),       StringField("tuan_nums"), StringField("uid"),
-    CustomField("twp", "t_flag", ReadTwpFlags, 3),
+    StringField("address", keys::kAddress),
+    StringField("qx_id", keys::kQxId),
+    StringField("cid", keys::kCid),
+    StringField("discount", keys::kDiscount),
+    StringField("floor", keys::kFloor),
+    StringField("name", keys::kName),
+    StringField("phone", keys::kPhone),
+    StringField("poi_rank", keys::kPoiRank),
+    StringField("price", keys::kPrice),
+    StringField("pt_x", keys::kPtX),
+    StringField("pt_y", keys::kPtY),
+    StringField("star_level", keys::kStarLevel),
+    StringField("tag", keys::kTag),
+    StringField("tuan_nums", keys::kTuanNums),
+    StringField("uid", keys::kUid),
+    CustomField("twp", keys::kTFlag, kTwpReader, 3),
 };
 
 const FieldTable& IndoorPoiTable() {
@@ -64,9 +84,9 @@ const FieldTable& IndoorPoiTable() {
 // "poi_list" is stored when it is a non-empty array, even when none of its
 // elements gives a record.
 constexpr FieldRow kPageRows[] = {
-    IntField("page_num"),
-    IntField("poi_num"),
-    ListField("poi_list", "poi_list", IndoorPoiTable, Keep::kPresent),
+    IntField("page_num", keys::kPageNum),
+    IntField("poi_num", keys::kPoiNum),
+    ListField("poi_list", keys::kPoiList, IndoorPoiTable, Keep::kPresent),
 };
 
 // The client's code for a bad-parameter message: a building ("bid") problem
@@ -98,6 +118,41 @@ void ReportUnreadPage(cJSON* root, int status) {
 }
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member IndoorPage() {
+  Member data = TableMember("data", kPageRows, kRequired);
+  data.read_when_zero = "errNo";
+  return data;
+}
+constexpr Member kIndoorMembers[] = {
+    MakeMember("errNo", Json::kAny),  // unreadable: an unknown error, unreported
+    MakeMember("Msg", Json::kAny),
+    IndoorPage(),
+};
+constexpr Key kIndoorKeys[] = {
+    ScalarKey(keys::kErrNo, Value::kInt, 0,
+              "errNo: the client's error code: 11 for status 5; for status 1, 601 when \"Msg\" names \"bid\", "
+              "else 602 when it names \"floor\"; 603 for any other status or none",
+              "when the status is not 0 (for status 1, only when \"Msg\" names \"bid\" or \"floor\")"),
+    RowsKeys(kPageRows, "data"),
+};
+constexpr const char* kIndoorRefusals[] = {
+    "a root that is not an object, or a status of 0 without a \"data\" object; nothing is stored",
+};
+
+}  // namespace
+
+const OperationSchema kParsePoiIndoorRst =
+    Operation("The indoor search answer: a page of places inside a building, or the client's error code.",
+              ObjectMember(nullptr, kIndoorMembers), kIndoorKeys, kIndoorRefusals);
+const OperationSchema kGetIndoorPoiContentFromJson = TableRecord("One indoor POI record.", IndoorPoiTable);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParsePoiIndoorRst(cJSON* root, CVBundle& out) {
   static const FieldTable page_table(kPageRows);

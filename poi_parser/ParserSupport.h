@@ -8,6 +8,7 @@
 #include "poi_parser/PoiJsonObjParser.h"
 #include "json_readers/Diagnostics.h"
 #include "json_readers/FieldTable.h"
+#include "poi_parser/BundleKeys.h"
 
 #include <string>
 
@@ -124,8 +125,8 @@ enum class PageCount {
 // a record.
 constexpr int kPoiPageKeys = 2;
 inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
-  static const CVString count_key = MakeKey("count");
-  static const CVString pois_key = MakeKey("pois");
+  static const CVString count_key = MakeKey(keys::kCount);
+  static const CVString pois_key = MakeKey(keys::kPois);
   if (UsableArray(contents)) {
     out.SetInt(count_key, ArraySize(contents));
   } else if (count_rule == PageCount::kAlways) {
@@ -140,7 +141,7 @@ inline void StorePoiPage(cJSON* contents, PageCount count_rule, CVBundle& out) {
 // when absent), stored under "current_city" when its builder accepts it.
 constexpr int kCurrentCityKeys = 1;
 inline void StoreCurrentCityRecord(cJSON* current_city, CVBundle& out) {
-  static const CVString key = MakeKey("current_city");
+  static const CVString key = MakeKey(keys::kCurrentCity);
   CVBundle city;
   if (BuildMember(CJsonObjParser::GetCurrentCityFromJson, current_city, city, "an object")) {
     out.SetBundle(key, std::move(city));
@@ -157,8 +158,8 @@ enum class SuggestStandsIn { kNo, kYes };
 // "suggest_query", each when its builder accepts it.
 constexpr int kHintKeys = 2;
 inline void StoreHintRecords(cJSON* holder, SuggestStandsIn stands_in, CVBundle& out) {
-  static const CVString py_correct_key = MakeKey("py_correct");
-  static const CVString suggest_key = MakeKey("suggest_query");
+  static const CVString py_correct_key = MakeKey(keys::kPyCorrect);
+  static const CVString suggest_key = MakeKey(keys::kSuggestQuery);
   CVBundle psrs;
   const bool has_psrs =
       BuildMember(CPoiJsonObjParser::GetPsrsFromJson, FindMember(holder, "psrs"), psrs, "an object") == 1;

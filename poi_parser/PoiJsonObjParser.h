@@ -3,7 +3,7 @@
 //
 // This is the umbrella header of the library: it brings in everything a
 // client needs (cJSON access, CVString, CVBundle, CVArray, CVMem,
-// CJsonObjParser and this class).
+// CJsonObjParser, the bundle key constants and this class).
 //
 // Every operation is class-level, keeps no state, performs no I/O and
 // returns 1 on success and 0 when it refuses its node. Entry operations
@@ -32,6 +32,7 @@
 #include "foundation/VString.h"
 #include "json_readers/JsonAccess.h"
 #include "json_readers/JsonObjParser.h"
+#include "poi_parser/BundleKeys.h"
 // What a client uses around the operations: the text-to-tree document, the
 // collector of what an operation refused or skipped, and the bundle's JSON
 // writer. (The registry of kinds, poi_parser/AnswerKinds.h, is included on

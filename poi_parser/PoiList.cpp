@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -13,30 +14,30 @@ using namespace internal;
 
 namespace {
 
-const CVString kSearchTypeKey = MakeKey("search_type");
-const CVString kPlaceParamKey = MakeKey("placeparam");
-const CVString kAddrsKey = MakeKey("addrs");
+const CVString kSearchTypeKey = MakeKey(keys::kSearchType);
+const CVString kPlaceParamKey = MakeKey(keys::kPlaceparam);
+const CVString kAddrsKey = MakeKey(keys::kAddrs);
 
 constexpr FieldRow kOptionRows[] = {
-    IntField("total"),
-    IntField("loc_attr"),
-    BoolField("op_gel"),
-    StringField("qid"),
-    IntField("rp_strategy"),
+    IntField("total", keys::kTotal),
+    IntField("loc_attr", keys::kLocAttr),
+    BoolField("op_gel", keys::kOpGel),
+    StringField("qid", keys::kQid),
+    IntField("rp_strategy", keys::kRpStrategy),
 };
 
 // "sortrule" is stored only when "d_sort_rule" reads as an integer.
 constexpr FieldRow kPlaceParamRows[] = {
-    StringField("d_data_type", "type"),
-    StringField("d_sort_type", "sortkey"),
-    IntField("d_sort_rule", "sortrule"),
+    StringField("d_data_type", keys::kType),
+    StringField("d_sort_type", keys::kSortkey),
+    IntField("d_sort_rule", keys::kSortrule),
 };
 
 // An address entry for every object element, whatever members it has.
 constexpr FieldRow kAddressRows[] = {
-    StringField("addr"),
-    StringField("name"),
-    StringField("geo"),
+    StringField("addr", keys::kAddr),
+    StringField("name", keys::kName),
+    StringField("geo", keys::kGeo),
 };
 
 const FieldTable& AddressTable() {
@@ -45,6 +46,55 @@ const FieldTable& AddressTable() {
 }
 
 }  // namespace
+
+// ---- What the operation reads and stores -----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member kAddressElement = TableMember(nullptr, AddressTable);
+constexpr Member kPoiResultMembers[] = {
+    TableMember("option", kOptionRows, kRequired),
+    TableMember("place_info", kPlaceParamRows, kRequired),
+    kCurrentCityMember,
+    ArrayMember("contents", kPoiElement),
+    ArrayMember("addrs", kAddressElement),
+    kPsrsMember,
+    kSuggestMember,
+};
+constexpr Member kPoiListMembers[] = {
+    kStatusFrame,
+    ObjectMember("poi_result", kPoiResultMembers, kRequired),
+};
+constexpr Key kPoiListKeys[] = {
+    ScalarKey(keys::kSearchType, Value::kInt, kAlways, "always 0"),
+    RowsKeys(kOptionRows, "poi_result.option", kAlways),
+    TableKey(keys::kPlaceparam, Value::kBundle, kPlaceParamRows, kAlways, "poi_result.place_info", nullptr),
+    CurrentCityKey("poi_result.current_city"),
+    ScalarKey(keys::kCount, Value::kInt, kAlways, "poi_result.contents: the array's length, 0 when it is not an array"),
+    RecordKey(keys::kPois, Value::kBundleArray, kGetPoiContentFromJson, 0, "poi_result.contents",
+              "when an element gave a POI record"),
+    TableKey(keys::kAddrs, Value::kBundleArray, AddressTable, 0, "poi_result.addrs", "when an element is an object"),
+    RecordKey(keys::kPyCorrect, Value::kBundle, kGetPsrsFromJson, 0,
+              "poi_result.psrs, or else poi_result.suggest_query (the suggested-query record)",
+              "when either gives its record"),
+    RecordKey(keys::kSuggestQuery, Value::kBundle, kGetSuggestQueryFromJson, 0, "poi_result.suggest_query",
+              "when it is an array"),
+};
+constexpr const char* kPoiListRefusals[] = {
+    "a null root, or a \"result\" that is not an object with an \"error\" of 0; nothing is stored",
+    "a \"poi_result\" or its \"option\" that is not an object; \"search_type\" is stored",
+    "a \"poi_result\".\"place_info\" that is not an object; \"search_type\" and the option keys are stored",
+};
+
+}  // namespace
+
+const OperationSchema kParsePoiListRst =
+    Operation("The POI list answer: a page of places with the search's options, the current city, "
+              "matching addresses and the hints.",
+              ObjectMember(nullptr, kPoiListMembers), kPoiListKeys, kPoiListRefusals);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::ParsePoiListRst(cJSON* root, CVBundle& out) {
   static const FieldTable option_table(kOptionRows);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 #include "poi_parser/PoiJsonObjParser.h"
 
@@ -17,17 +18,25 @@ namespace {
 // whole UTF-8 character that fits in kTelBufferSize - 1 bytes.
 constexpr int kTelBufferSize = 80;
 
-const CVString kNumKey = MakeKey("num");
-const CVString kResultKey = MakeKey("result");
-const CVString kSrcNameKey = MakeKey("src_name");
+const CVString kNumKey = MakeKey(keys::kNum);
+const CVString kResultKey = MakeKey(keys::kResult);
+const CVString kSrcNameKey = MakeKey(keys::kSrcName);
 
 // ---- Show record -------------------------------------------------------------
 
 constexpr FieldRow kShowRows[] = {
-    IntField("address"),      IntField("image"),        IntField("name"),
-    IntField("icon"),         IntField("distance"),     IntField("overall_rating"),
-    IntField("price"),        IntField("ep_char"),      IntField("ec_reason"),
-    IntField("phone_button"), IntField("map_button"),   IntField("book_info"),
+    IntField("address", keys::kAddress),
+    IntField("image", keys::kImage),
+    IntField("name", keys::kName),
+    IntField("icon", keys::kIcon),
+    IntField("distance", keys::kDistance),
+    IntField("overall_rating", keys::kOverallRating),
+    IntField("price", keys::kPrice),
+    IntField("ep_char", keys::kEpChar),
+    IntField("ec_reason", keys::kEcReason),
+    IntField("phone_button", keys::kPhoneButton),
+    IntField("map_button", keys::kMapButton),
+    IntField("book_info", keys::kBookInfo),
 };
 
 const FieldTable& ShowTable() {
@@ -39,10 +48,10 @@ const FieldTable& ShowTable() {
 
 // "premium_info" and "groupon_info" are read flat into the detail record.
 constexpr FieldRow kPremiumRows[] = {
-    StringField("discount_content"),
-    StringField("discount_dl"),
-    StringField("discount_id"),
-    StringField("name"),
+    StringField("discount_content", keys::kDiscountContent),
+    StringField("discount_dl", keys::kDiscountDl),
+    StringField("discount_id", keys::kDiscountId),
+    StringField("name", keys::kName),
 };
 
 const FieldTable& PremiumTable() {
@@ -51,8 +60,12 @@ const FieldTable& PremiumTable() {
 }
 
 constexpr FieldRow kGrouponRows[] = {
-    StringField("groupon_num"),   StringField("groupon_price"), StringField("groupon_title"),
-    StringField("groupon_image"), StringField("regular_price"), StringField("groupon_url_mobile"),
+    StringField("groupon_num", keys::kGrouponNum),
+    StringField("groupon_price", keys::kGrouponPrice),
+    StringField("groupon_title", keys::kGrouponTitle),
+    StringField("groupon_image", keys::kGrouponImage),
+    StringField("regular_price", keys::kRegularPrice),
+    StringField("groupon_url_mobile", keys::kGrouponUrlMobile),
 };
 
 const FieldTable& GrouponTable() {
@@ -61,8 +74,8 @@ const FieldTable& GrouponTable() {
 }
 
 constexpr FieldRow kOrilEntryRows[] = {
-    StringField("oril_price"),
-    StringField("oril_type"),
+    StringField("oril_price", keys::kOrilPrice),
+    StringField("oril_type", keys::kOrilType),
 };
 
 const FieldTable& OrilEntryTable() {
@@ -72,7 +85,7 @@ const FieldTable& OrilEntryTable() {
 
 // "oril_info" holds only the list "oril_detail", stored in the detail record.
 constexpr FieldRow kOrilInfoRows[] = {
-    ListField("oril_detail", "oril_detail", OrilEntryTable),
+    ListField("oril_detail", keys::kOrilDetail, OrilEntryTable),
 };
 
 const FieldTable& OrilInfoTable() {
@@ -82,8 +95,8 @@ const FieldTable& OrilInfoTable() {
 
 // A contact of the booking record ("tel" or "web").
 constexpr FieldRow kContactRows[] = {
-    StringField("title"),
-    StringField("content"),
+    StringField("title", keys::kTitle),
+    StringField("content", keys::kContent),
 };
 
 const FieldTable& ContactTable() {
@@ -92,8 +105,8 @@ const FieldTable& ContactTable() {
 }
 
 constexpr FieldRow kBookingRows[] = {
-    RecordField("tel", "tel", ContactTable),
-    RecordField("web", "web", ContactTable),
+    RecordField("tel", keys::kTel, ContactTable),
+    RecordField("web", keys::kWeb, ContactTable),
 };
 
 const FieldTable& BookingTable() {
@@ -105,28 +118,28 @@ const FieldTable& BookingTable() {
 // member is stored as "0" (or "-1"). The booking record is stored whenever
 // "book_info" is present; it is empty unless "book_info" is an object.
 constexpr FieldRow kDetailRows[] = {
-    StringArrayField("flag"),
-    TextIfNotEmptyField("overall_rating"),
-    TextIfNotEmptyField("image"),
-    TextIfNotEmptyField("price"),
-    TextIfNotEmptyField("price_text"),
-    TextIfNotEmptyField("tag"),
-    TextIfNotEmptyField("ota_price"),
-    TextIfNotEmptyField("vesk_realtime_price_flag"),
-    TextIfNotEmptyField("vesk_realtime_price"),
-    TextIfNotEmptyField("show_info"),
-    IntAsTextField("premium_flag", 0),
-    IntAsTextField("discount_total", 0),
-    IntAsTextField("groupon_total", 0),
+    StringArrayField("flag", keys::kFlag),
+    TextIfNotEmptyField("overall_rating", keys::kOverallRating),
+    TextIfNotEmptyField("image", keys::kImage),
+    TextIfNotEmptyField("price", keys::kPrice),
+    TextIfNotEmptyField("price_text", keys::kPriceText),
+    TextIfNotEmptyField("tag", keys::kTag),
+    TextIfNotEmptyField("ota_price", keys::kOtaPrice),
+    TextIfNotEmptyField("vesk_realtime_price_flag", keys::kVeskRealtimePriceFlag),
+    TextIfNotEmptyField("vesk_realtime_price", keys::kVeskRealtimePrice),
+    TextIfNotEmptyField("show_info", keys::kShowInfo),
+    IntAsTextField("premium_flag", keys::kPremiumFlag, 0),
+    IntAsTextField("discount_total", keys::kDiscountTotal, 0),
+    IntAsTextField("groupon_total", keys::kGrouponTotal, 0),
     FlatField("premium_info", PremiumTable),
-    TextIfNotEmptyField("comment_num"),
-    IntAsTextField("movie_flag", 0),
-    IntAsTextField("movie_film_count", -1),
-    IntAsTextField("groupon_flag", 0),
+    TextIfNotEmptyField("comment_num", keys::kCommentNum),
+    IntAsTextField("movie_flag", keys::kMovieFlag, 0),
+    IntAsTextField("movie_film_count", keys::kMovieFilmCount, -1),
+    IntAsTextField("groupon_flag", keys::kGrouponFlag, 0),
     FlatField("groupon_info", GrouponTable),
     FlatField("oril_info", OrilInfoTable),
-    TextIfNotEmptyField("wap_bookable"),
-    RecordField("book_info", "book_info", BookingTable, Keep::kPresent),
+    TextIfNotEmptyField("wap_bookable", keys::kWapBookable),
+    RecordField("book_info", keys::kBookInfo, BookingTable, Keep::kPresent),
 };
 
 const FieldTable& DetailTable() {
@@ -147,6 +160,20 @@ void ReadTel(cJSON* member, const CVString& key, CVBundle& out) {
   CJsonObjParser::ProcessTelNum(buffer);
   out.SetString(key, CVString(buffer));
 }
+
+// The place bundle: "src_name", then the detail record's keys.
+constexpr schema::Key kPlaceKeys[] = {
+    schema::ScalarKey(keys::kSrcName, schema::Value::kString, schema::kAlways, "ext.src_name"),
+    schema::RecordKeys(schema::kGetPoiDetailFromJson, "ext.detail_info"),
+};
+constexpr schema::Key kExtKeys[] = {
+    schema::NestedKey(keys::kPlace, schema::Value::kBundle, kPlaceKeys, 0, "ext",
+                      "when \"ext\".\"src_name\" reads as non-empty text"),
+};
+constexpr schema::Member kExtMembers[] = {
+    schema::MakeMember("src_name", schema::Json::kNonEmptyText, schema::kRequired),
+    schema::RecordMember("detail_info", schema::kGetPoiDetailFromJson),
+};
 
 // Irregular: the place bundle holds "ext"."src_name" first, then the detail
 // record of "ext"."detail_info" in the same bundle; only for a non-empty
@@ -170,28 +197,78 @@ void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
   out.SetBundle(key, std::move(place));
 }
 
+constexpr schema::Key kTelKeys[] = {
+    schema::ScalarKey(keys::kTel, schema::Value::kString, 0,
+                      "tel: cut to 79 bytes at a whole character, separators normalised"),
+};
+constexpr CustomReader kTelReader = {ReadTel, schema::MakeMember(nullptr, schema::Json::kText), kTelKeys};
+constexpr CustomReader kExtReader = {ReadPlace, schema::ObjectMember(nullptr, kExtMembers), kExtKeys};
+
 // "poiType" is stored as the client's type code, 0 when unreadable.
+
 constexpr FieldRow kPoiRows[] = {
-    StringField("geo"),
-    StringField("name"),
-    StringField("uid"),
-    IntField("acc_flag"),
-    StringField("addr"),
-    BoolField("detail"),
-    CustomField("tel", "tel", ReadTel),
-    IntAlwaysField("poiType", "type", 0, CJsonObjParser::int2PoiType),
-    StringField("indoor_pano"),
-    IntField("pano"),
-    StringField("aoi"),
-    RecordField("show", "show", ShowTable),
-    CustomField("ext", "place", ReadPlace),
-    IntField("dis", "distance"),
-    StringField("rp_des"),
-    StringField("sep_char"),
-    StringArrayField("rec_reason"),
+    StringField("geo", keys::kGeo),
+    StringField("name", keys::kName),
+    StringField("uid", keys::kUid),
+    IntField("acc_flag", keys::kAccFlag),
+    StringField("addr", keys::kAddr),
+    BoolField("detail", keys::kDetail),
+    CustomField("tel", keys::kTel, kTelReader),
+    IntAlwaysField("poiType", keys::kType, 0, CJsonObjParser::int2PoiType),
+    StringField("indoor_pano", keys::kIndoorPano),
+    IntField("pano", keys::kPano),
+    StringField("aoi", keys::kAoi),
+    RecordField("show", keys::kShow, ShowTable),
+    CustomField("ext", keys::kPlace, kExtReader),
+    IntField("dis", keys::kDistance),
+    StringField("rp_des", keys::kRpDes),
+    StringField("sep_char", keys::kSepChar),
+    StringArrayField("rec_reason", keys::kRecReason),
 };
 
 }  // namespace
+
+// ---- What the operations read and store ----------------------------------------
+
+namespace schema {
+namespace {
+
+constexpr Member kSEResultElement = MakeMember(nullptr, Json::kString);
+constexpr Member kPsrsMembers[] = {
+    MakeMember("SENum", Json::kInt),
+    ArrayMember("SEResult", kSEResultElement, kRequired),
+};
+constexpr Key kPsrsKeys[] = {
+    ScalarKey(keys::kNum, Value::kInt, 0, "SENum"),
+    ScalarKey(keys::kResult, Value::kStringArray, 0, "SEResult: its strings, bytes widened",
+              "when an element is a string"),
+};
+constexpr const char* kPsrsRefusals[] = {
+    "a null or non-object node; nothing is stored",
+    "a \"SEResult\" that is not an array; \"num\" may be stored by then",
+};
+
+constexpr Member kQueryMembers[] = {MakeMember("query", Json::kString, kRequired)};
+constexpr Member kQueryElement = ObjectMember(nullptr, kQueryMembers);
+constexpr Key kSuggestKeys[] = {
+    ScalarKey(keys::kNum, Value::kInt, kAlways, "the array's length"),
+    ScalarKey(keys::kResult, Value::kStringArray, 0, "[].query: by the text rule",
+              "when an element is an object with a string \"query\""),
+};
+constexpr const char* kSuggestRefusals[] = {"a null or non-array node; nothing is stored"};
+
+}  // namespace
+
+const OperationSchema kGetPsrsFromJson =
+    Operation("The psrs hint record.", ObjectMember(nullptr, kPsrsMembers), kPsrsKeys, kPsrsRefusals);
+const OperationSchema kGetSuggestQueryFromJson =
+    Operation("The suggested-query record of an array of queries.", ArrayMember(nullptr, kQueryElement),
+              kSuggestKeys, kSuggestRefusals);
+const OperationSchema kGetPoiShowFromJson = TableRecord("The show record of a POI: display integers.", ShowTable);
+const OperationSchema kGetPoiDetailFromJson = TableRecord("The detail record of a POI.", DetailTable);
+const OperationSchema kGetPoiContentFromJson = TableRecord("One POI record.", kPoiRows);
+
+}  // namespace schema
 
 // ---- Hint records --------------------------------------------------------------
 

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "poi_parser/OperationSchemas.h"
 #include "poi_parser/ParserSupport.h"
 
 namespace _quarn_framework {
@@ -20,28 +21,28 @@ using namespace internal;
 namespace {
 
 // Keys of the address info record.
-const CVString kHaveStCityListKey = MakeKey("have_stcitylist");
-const CVString kHaveStPrioKey = MakeKey("have_stprio");
-const CVString kHaveEnCityListKey = MakeKey("have_encitylist");
-const CVString kHaveEnPrioKey = MakeKey("have_enprio");
-const CVString kWpListKey = MakeKey("wplist");
-const CVString kStCountKey = MakeKey("st_count");
-const CVString kEnCountKey = MakeKey("en_count");
+const CVString kHaveStCityListKey = MakeKey(keys::kHaveStcitylist);
+const CVString kHaveStPrioKey = MakeKey(keys::kHaveStprio);
+const CVString kHaveEnCityListKey = MakeKey(keys::kHaveEncitylist);
+const CVString kHaveEnPrioKey = MakeKey(keys::kHaveEnprio);
+const CVString kWpListKey = MakeKey(keys::kWplist);
+const CVString kStCountKey = MakeKey(keys::kStCount);
+const CVString kEnCountKey = MakeKey(keys::kEnCount);
 // Keys of the way point status and result records.
-const CVString kHaveWpCityListKey = MakeKey("have_wpcitylist");
-const CVString kHaveWpPrioKey = MakeKey("have_wpprio");
-const CVString kWpKeywordKey = MakeKey("wp_keyword");
-const CVString kWpCountKey = MakeKey("wp_count");
-const CVString kWaypointCitysKey = MakeKey("waypointcitys");
-const CVString kWaypointsKey = MakeKey("waypoints");
+const CVString kHaveWpCityListKey = MakeKey(keys::kHaveWpcitylist);
+const CVString kHaveWpPrioKey = MakeKey(keys::kHaveWpprio);
+const CVString kWpKeywordKey = MakeKey(keys::kWpKeyword);
+const CVString kWpCountKey = MakeKey(keys::kWpCount);
+const CVString kWaypointCitysKey = MakeKey(keys::kWaypointcitys);
+const CVString kWaypointsKey = MakeKey(keys::kWaypoints);
 // Keys of the result.
-const CVString kStartCitysKey = MakeKey("startcitys");
-const CVString kStartPointsKey = MakeKey("startpoints");
-const CVString kEndCitysKey = MakeKey("endcitys");
-const CVString kEndPointsKey = MakeKey("endpoints");
-const CVString kWaypointsResultKey = MakeKey("waypoints_result");
-const CVString kAddressInfoKey = MakeKey("address_info");
-const CVString kHasAddrListKey = MakeKey("hasAddrList");
+const CVString kStartCitysKey = MakeKey(keys::kStartcitys);
+const CVString kStartPointsKey = MakeKey(keys::kStartpoints);
+const CVString kEndCitysKey = MakeKey(keys::kEndcitys);
+const CVString kEndPointsKey = MakeKey(keys::kEndpoints);
+const CVString kWaypointsResultKey = MakeKey(keys::kWaypointsResult);
+const CVString kAddressInfoKey = MakeKey(keys::kAddressInfo);
+const CVString kHasAddrListKey = MakeKey(keys::kHasAddrList);
 
 // Element `index` of an array, for indexes that never decrease from one call
 // to the next: the cursor walks on from where it stopped, so reading every
@@ -71,8 +72,8 @@ class ArrayCursor {
 // "start_city" and "end_city" are read flat: their "cname" and "code" under
 // keys of the start's and the end's own.
 constexpr FieldRow kStartCityRows[] = {
-    StringField("cname", "st_cityname"),
-    IntField("code", "st_citycode"),
+    StringField("cname", keys::kStCityname),
+    IntField("code", keys::kStCitycode),
 };
 
 const FieldTable& StartCityTable() {
@@ -81,8 +82,8 @@ const FieldTable& StartCityTable() {
 }
 
 constexpr FieldRow kEndCityRows[] = {
-    StringField("cname", "en_cityname"),
-    IntField("code", "en_citycode"),
+    StringField("cname", keys::kEnCityname),
+    IntField("code", keys::kEnCitycode),
 };
 
 const FieldTable& EndCityTable() {
@@ -92,18 +93,18 @@ const FieldTable& EndCityTable() {
 
 // The keywords and cities of the status block, after the point flags.
 constexpr FieldRow kStatusRows[] = {
-    StringField("s_wd", "st_keyword"),
-    StringField("e_wd", "en_keyword"),
-    BoolField("if_nav", "is_incity"),
+    StringField("s_wd", keys::kStKeyword),
+    StringField("e_wd", keys::kEnKeyword),
+    BoolField("if_nav", keys::kIsIncity),
     FlatField("start_city", StartCityTable),
     FlatField("end_city", EndCityTable),
 };
 
 constexpr FieldRow kPlaceRows[] = {
-    StringField("uid"),
-    StringField("name"),
-    StringField("addr"),
-    StringField("geo"),
+    StringField("uid", keys::kUid),
+    StringField("name", keys::kName),
+    StringField("addr", keys::kAddr),
+    StringField("geo", keys::kGeo),
 };
 
 // The per-point flags of the status block. The points are listed in travel
@@ -269,6 +270,177 @@ class TextModeReset {
 };
 
 }  // namespace
+
+// ---- What the operations read and store -----------------------------------------
+
+namespace schema {
+namespace {
+
+// The status block (address info record).
+constexpr Member kFlagElement = MakeMember(nullptr, Json::kInt);
+constexpr Member kKeywordElement = MakeMember(nullptr, Json::kString);
+constexpr Member kStatusBlockMembers[] = {
+    ArrayMember("city_list", kFlagElement),
+    Conditional(ArrayMember("prio_flag", kFlagElement), "for the points of \"city_list\""),
+    Conditional(ArrayMember("wp_wd", kKeywordElement), "for the way points of \"city_list\""),
+    RowsMember(kStatusRows),
+};
+constexpr Key kWaypointStatusKeys[] = {
+    ScalarKey(keys::kHaveWpcitylist, Value::kBool, kAlways, "city_list[k + 1]: whether it is 1"),
+    ScalarKey(keys::kHaveWpprio, Value::kBool, kAlways, "prio_flag[k + 1]: whether it is 1"),
+    ScalarKey(keys::kWpKeyword, Value::kString, 0, "wp_wd[k]: by the text rule", "when it is a string"),
+};
+constexpr Key kStatusBlockKeys[] = {
+    ScalarKey(keys::kHaveStcitylist, Value::kBool, 0, "city_list[0]: whether it is 1",
+              "when \"city_list\" has a first element that reads as an integer"),
+    ScalarKey(keys::kHaveStprio, Value::kBool, 0,
+              "prio_flag[0]: whether it is 1 (an unreadable element keeps the last readable value)",
+              "when \"city_list\" has a first element that reads as an integer"),
+    NestedKey(keys::kWplist, Value::kBundleArray, kWaypointStatusKeys, 0,
+              "city_list, prio_flag, wp_wd: one record per way point (the points between the first and the last)",
+              "when \"city_list\" has three or more points"),
+    ScalarKey(keys::kHaveEncitylist, Value::kBool, 0, "city_list[last]: whether it is 1",
+              "when \"city_list\" has two or more points, the last reading as an integer"),
+    ScalarKey(keys::kHaveEnprio, Value::kBool, 0, "prio_flag[last]: whether it is 1",
+              "when \"city_list\" has two or more points, the last reading as an integer"),
+    RowsKeys(kStatusRows, "", kAlways),
+};
+constexpr const char* kStatusBlockRefusals[] = {"a null or non-object node; nothing is stored"};
+
+// A candidate: a city record or a place record, as the point's city-list
+// flag says.
+constexpr Member kCandidateForms[] = {
+    RecordMember(nullptr, kGetCityInfoFromJson),
+    TableMember(nullptr, kPlaceRows),
+};
+constexpr Member kCandidate = AnyOfMember(nullptr, kCandidateForms);
+constexpr Member kCandidates = ArrayMember(nullptr, kCandidate);
+constexpr Member kWaypointHolderMembers[] = {ArrayMember("way_points", kCandidate)};
+constexpr Member kWaypointHolder = ObjectMember(nullptr, kWaypointHolderMembers);
+
+constexpr const char kForWaypoints[] = "for the way points of the status block";
+constexpr Member kFirstContentMembers[] = {
+    ArrayMember("start", kCandidate),
+    ArrayMember("end", kCandidate),
+    Conditional(ArrayMember("waypoints", kCandidates), kForWaypoints),
+};
+constexpr Member kFirstFormMembers[] = {
+    RecordMember("result", kGetRPAddrResInfoFromJson),
+    kCurrentCityMember,
+    ObjectMember("content", kFirstContentMembers),
+};
+constexpr Member kSecondContentMembers[] = {
+    Conditional(ArrayMember("start", kCandidate), "when the start has no priority match"),
+    Conditional(ArrayMember("end", kCandidate), "when the end has no priority match"),
+    Conditional(ArrayMember("multi_waypoints", kWaypointHolder), kForWaypoints),
+};
+constexpr Member kTrafficPoisMembers[] = {
+    RecordMember("option", kGetRPAddrResInfoFromJson, kRequired),
+    kCurrentCityMember,
+    ObjectMember("content", kSecondContentMembers),
+};
+constexpr Member kSecondFormMembers[] = {
+    kStatusFrame,
+    ObjectMember("traffic_pois", kTrafficPoisMembers, kRequired),
+};
+
+constexpr const char kWhenCities[] = "when the point's city-list flag is set and an element gave a city record";
+constexpr const char kWhenPlaces[] = "when the point's city-list flag is not set and an element is an object";
+
+constexpr Key kWaypointResultKeys[] = {
+    ScalarKey(keys::kHaveWpcitylist, Value::kBool, kAlways, "the way point's status record"),
+    ScalarKey(keys::kWpCount, Value::kInt, kAlways, "the number of candidates stored"),
+    RecordKey(keys::kWaypointcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "the way point's candidates",
+              kWhenCities),
+    TableKey(keys::kWaypoints, Value::kBundleArray, kPlaceRows, 0, "the way point's candidates", kWhenPlaces),
+    ScalarKey(keys::kHaveWpprio, Value::kBool, kAlways,
+              "the way point's status record, or exactly one candidate place"),
+    ScalarKey(keys::kWpKeyword, Value::kString, 0, "the way point's status record", "when it has one"),
+};
+
+constexpr Key kFirstInfoKeys[] = {
+    RecordKeys(kGetRPAddrResInfoFromJson, "result"),
+    ScalarKey(keys::kStCount, Value::kInt, 0, "content.start: the number of candidates",
+              "when \"content\" is an object"),
+    ScalarKey(keys::kEnCount, Value::kInt, 0, "content.end: the number of candidates", "when \"content\" is an object"),
+};
+constexpr Key kFirstFormKeys[] = {
+    CurrentCityKey("current_city"),
+    RecordKey(keys::kStartcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "content.start", kWhenCities),
+    TableKey(keys::kStartpoints, Value::kBundleArray, kPlaceRows, 0, "content.start", kWhenPlaces),
+    RecordKey(keys::kEndcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "content.end", kWhenCities),
+    TableKey(keys::kEndpoints, Value::kBundleArray, kPlaceRows, 0, "content.end", kWhenPlaces),
+    NestedKey(keys::kWaypointsResult, Value::kBundleArray, kWaypointResultKeys, 0,
+              "content.waypoints[k]: one record per way point of the status block",
+              "when the status block has way points and \"content\".\"waypoints\" is an array"),
+    NestedKey(keys::kAddressInfo, Value::kBundle, kFirstInfoKeys, kAlways,
+              "result: the address info record (without \"wplist\" when \"content\" is an object)", nullptr),
+};
+
+constexpr const char kSkippedWhenMatched[] =
+    "when \"traffic_pois\".\"content\" is an object and the point has no priority match";
+constexpr Key kSecondInfoKeys[] = {
+    RecordKeys(kGetRPAddrResInfoFromJson, "traffic_pois.option"),
+    ScalarKey(keys::kStCount, Value::kInt, 0, "traffic_pois.content.start: the number of candidates",
+              kSkippedWhenMatched),
+    ScalarKey(keys::kEnCount, Value::kInt, 0, "traffic_pois.content.end: the number of candidates",
+              kSkippedWhenMatched),
+};
+constexpr Key kSecondFormKeys[] = {
+    CurrentCityKey("traffic_pois.current_city"),
+    RecordKey(keys::kStartcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.start",
+              kWhenCities),
+    TableKey(keys::kStartpoints, Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.start", kWhenPlaces),
+    RecordKey(keys::kEndcitys, Value::kBundleArray, kGetCityInfoFromJson, 0, "traffic_pois.content.end", kWhenCities),
+    TableKey(keys::kEndpoints, Value::kBundleArray, kPlaceRows, 0, "traffic_pois.content.end", kWhenPlaces),
+    NestedKey(keys::kWaypointsResult, Value::kBundleArray, kWaypointResultKeys, 0,
+              "traffic_pois.content.multi_waypoints[k].way_points: one record per way point of the status block "
+              "(not read for a way point with a priority match)",
+              "when the status block has way points and \"multi_waypoints\" is an array"),
+    ScalarKey(keys::kHasAddrList, Value::kBool, 0, "whether any candidates were stored",
+              "when \"traffic_pois\".\"content\" is an object"),
+    NestedKey(keys::kAddressInfo, Value::kBundle, kSecondInfoKeys, kAlways,
+              "traffic_pois.option: the address info record (without \"wplist\" when \"content\" is an object)",
+              nullptr),
+};
+
+constexpr const char* kFirstFormRefusals[] = {"a null root; nothing is stored"};
+constexpr const char* kSecondFormRefusals[] = {
+    "a null root, a \"result\" that is not an object with an \"error\" of 0, a \"traffic_pois\" that is not "
+    "an object or has no \"option\"; nothing is stored",
+};
+constexpr const char* kDispatchRefusals[] = {"as the form chosen"};
+
+constexpr Member kPlaceElement = TableMember(nullptr, kPlaceRows);
+constexpr Key kPlaceListKeys[] = {
+    TableKey(keys::kList, Value::kBundleArray, kPlaceRows, kAlways, "the elements", "always (possibly empty)"),
+};
+constexpr const char* kPlaceListRefusals[] = {
+    "a node that is not an array, or one without an object element (\"list\" is stored, empty)",
+};
+
+}  // namespace
+
+const OperationSchema kGetRPAddrResInfoFromJson =
+    Operation("The address info record of a route's status block.", ObjectMember(nullptr, kStatusBlockMembers),
+              kStatusBlockKeys, kStatusBlockRefusals);
+const OperationSchema kGetRPAddrListFromJson =
+    Operation("The candidate places of an array, stored under \"list\".", ArrayMember(nullptr, kPlaceElement),
+              kPlaceListKeys, kPlaceListRefusals);
+const OperationSchema kParseRouteAddrPHPUIRst =
+    Operation("The route address answer, first form: the status block is the root's \"result\".",
+              ObjectMember(nullptr, kFirstFormMembers, kOrAnything), kFirstFormKeys, kFirstFormRefusals);
+const OperationSchema kParseRouteAddrPHPUI2Rst =
+    Operation("The route address answer, second form: a status frame, then \"traffic_pois\".",
+              ObjectMember(nullptr, kSecondFormMembers), kSecondFormKeys, kSecondFormRefusals);
+const OperationSchema kParseRouteAddrRst =
+    Dispatcher("The route address answer, in the form the text mode flag chooses.", kParseRouteAddrPHPUIRst,
+               kParseRouteAddrPHPUI2Rst,
+               "the second form when the text mode flag is set (poiparse --utf8), which is then cleared; "
+               "else the first form",
+               kDispatchRefusals);
+
+}  // namespace schema
 
 int CPoiJsonObjParser::GetRPAddrResInfoFromJson(cJSON* node, CVBundle& out) {
   static const FieldTable table(kStatusRows);

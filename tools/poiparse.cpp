@@ -30,6 +30,7 @@
 #include "json_readers/Diagnostics.h"
 #include "json_readers/JsonDocument.h"
 #include "poi_parser/AnswerKinds.h"
+#include "poi_parser/AnswerSchema.h"
 #include "poi_parser/PoiJsonObjParser.h"
 #include "tools/AnswerRun.h"
 #include "tools/ReplaySummary.h"
@@ -794,6 +795,18 @@ int ParseArgs(int argc, char** argv, Options* options) {
     } else if (arg == "-q" || arg == "--quiet") {
       if (!no_value()) return kExitError;
       options->quiet = true;
+    } else if (arg == "--schema") {
+      std::string name;
+      if (!take_value(&name)) return kExitError;
+      const AnswerKind* kind = _quarn_framework::FindAnswerKind(name.c_str());
+      if (kind == nullptr) {
+        std::cerr << "poiparse: unknown kind '" << name << "'";
+        if (const char* nearest = NearestKind(name)) std::cerr << "; did you mean " << nearest << "?";
+        std::cerr << " (see --list-kinds)\n";
+        return kExitError;
+      }
+      std::fputs(_quarn_framework::AnswerKindSchemas(*kind).c_str(), stdout);
+      return std::fflush(stdout) == 0 && !std::ferror(stdout) ? kExitAccepted : kExitError;
     } else if (arg == "--kind") {
       std::string name;
       if (!take_value(&name)) return kExitError;

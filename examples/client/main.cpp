@@ -19,6 +19,7 @@
 using _quarn_framework::CPoiJsonObjParser;
 using _quarn_vi::CVBundle;
 using _quarn_vi::CVString;
+namespace keys = _quarn_framework::keys;  // the bundle keys: a misspelt one does not compile
 
 int main(int argc, char** argv) {
   if (argc != 2) {
@@ -47,13 +48,13 @@ int main(int argc, char** argv) {
   int result = CPoiJsonObjParser::ParsePoiListRst(root, bundle);
 
   std::cout << "result=" << result << "\n";
-  std::cout << "count=" << bundle.GetInt(CVString("count")) << "\n";
-  const CVBundle::BundleArray* pois = bundle.GetBundleArray(CVString("pois"));
+  std::cout << "count=" << bundle.GetInt(CVString(keys::kCount)) << "\n";
+  const CVBundle::BundleArray* pois = bundle.GetBundleArray(CVString(keys::kPois));
   if (pois != nullptr && pois->m_nSize > 0) {
     const CVBundle& first = pois->m_pData[0];
-    const CVString* name = first.GetString(CVString("name"));
+    const CVString* name = first.GetString(CVString(keys::kName));
     if (name != nullptr) std::cout << "first name=" << name->ToUtf8() << "\n";
-    std::cout << "first distance=" << first.GetInt(CVString("distance")) << "\n";
+    std::cout << "first distance=" << first.GetInt(CVString(keys::kDistance)) << "\n";
   }
 
   return result == 1 ? 0 : 1;

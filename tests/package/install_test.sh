@@ -70,6 +70,8 @@ json_readers/JsonAccess.h
 json_readers/JsonDocument.h
 json_readers/JsonObjParser.h
 poi_parser/AnswerKinds.h
+poi_parser/AnswerSchema.h
+poi_parser/BundleKeys.h
 poi_parser/PoiJsonObjParser.h'
 [ "$(ls "$prefix/include")" = poiparser ] || fail "include/ holds more than poiparser/: $(ls "$prefix/include")"
 installed=$(cd "$prefix/include/poiparser" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
