@@ -110,14 +110,47 @@ void CVString::AssignLatin1(const char* text, size_t length) {
   if (length > kMaxLength) throw std::bad_alloc();
   CVString fresh;
   unsigned short* units = PrepareUnits(fresh, static_cast<unsigned int>(length));
-  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
-  for (size_t i = 0; i < length; ++i) units[i] = bytes[i];
+  WidenBytes(reinterpret_cast<const unsigned char*>(text), length, units);
   Swap(fresh);
+}
+
+void CVString::AssignUnitsPadded(const unsigned short* units, size_t length) {
+  if (length <= kInlineCapacity) {
+    ReleaseRep();
+    std::memcpy(m_inline, units, sizeof(m_inline));  // a fixed size: a few moves, no call
+    m_inline[length] = 0;
+    m_len = static_cast<unsigned int>(length);
+    return;
+  }
+  Rep* rep = NewRep(static_cast<unsigned int>(length));  // may throw: nothing changed yet
+  std::memcpy(rep->units, units, length * sizeof(unsigned short));
+  ReleaseRep();
+  SetRep(rep, static_cast<unsigned int>(length));
+}
+
+void CVString::AssignBytesPadded(const unsigned char* s, size_t length) {
+  if (length <= kInlineCapacity) {
+    ReleaseRep();
+    // The NUL and the zeros after the text fill the rest.
+    for (int k = 0; k <= kInlineCapacity; ++k) m_inline[k] = s[k];
+    m_len = static_cast<unsigned int>(length);
+    return;
+  }
+  Rep* rep = NewRep(static_cast<unsigned int>(length));
+  WidenBytes(s, length, rep->units);
+  ReleaseRep();
+  SetRep(rep, static_cast<unsigned int>(length));
 }
 
 CVString::CVString(const char* text) : m_len(0) {
   m_inline[0] = 0;
-  if (text != nullptr) AssignLatin1(text, std::strlen(text));
+  if (text == nullptr) return;
+  PaddedText copy;
+  if (CopyTerminatedText(text, &copy)) {
+    AssignBytesPadded(copy.text, copy.length);
+  } else {
+    AssignLatin1(text, std::strlen(text));
+  }
 }
 
 CVString::CVString(const char* text, Permanent) : m_len(0) {
@@ -320,21 +353,36 @@ void CVString::AssignUtf8(CVString& out, const char* text, size_t length) {
     return;
   }
   if (length > kMaxLength) throw std::bad_alloc();
-  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
-  // A byte never yields more than one code unit (a four-byte sequence yields
-  // two), so `length` units always suffice. Short texts decode on the stack
-  // and get a block of their exact length.
-  constexpr size_t kStackUnits = 512;
-  if (length <= kStackUnits) {
-    unsigned short units[kStackUnits];
-    size_t n = DecodeUtf8(bytes, length, units);
-    unsigned short* dest = PrepareUnits(out, static_cast<unsigned int>(n));
-    std::memcpy(dest, units, n * sizeof(unsigned short));
+  if (length <= kPaddedTextMax) {
+    PaddedText copy;
+    CopyText(text, length, &copy);
+    unsigned short units[kPaddedTextBytes];
+    out.AssignUnitsPadded(units, DecodeUtf8Padded(copy.text, copy.length, units));
     return;
   }
+  // A byte never yields more than one code unit (a four-byte sequence yields
+  // two), so `length` units always suffice; the block is then cut to size.
   unsigned short* dest = PrepareUnits(out, static_cast<unsigned int>(length));
-  size_t n = DecodeUtf8(bytes, length, dest);
+  size_t n = DecodeUtf8(reinterpret_cast<const unsigned char*>(text), length, dest);
   TruncateUnits(out, static_cast<unsigned int>(n));
+}
+
+void CVString::AssignUtf8Terminated(CVString& out, const char* text) {
+  if (text == nullptr) {
+    PrepareUnits(out, 0);
+    return;
+  }
+  PaddedText copy;
+  if (!CopyTerminatedText(text, &copy)) {
+    AssignUtf8(out, text, std::strlen(text));
+    return;
+  }
+  if (copy.ascii) {
+    out.AssignBytesPadded(copy.text, copy.length);
+    return;
+  }
+  unsigned short units[kPaddedTextBytes];
+  out.AssignUnitsPadded(units, DecodeUtf8Padded(copy.text, copy.length, units));
 }
 
 CVString CVCMMap::Utf8ToUnicode(const char* text, unsigned int length) {

@@ -156,6 +156,9 @@ class CVString {
   // Replaces the contents of `out` with `length` bytes of UTF-8, decoded as
   // CVCMMap::Utf8ToUnicode does.
   static void AssignUtf8(CVString& out, const char* text, size_t length);
+  // The same for a NUL-terminated text (null gives the empty string), read
+  // in one pass: the readers' path for every string of an answer.
+  static void AssignUtf8Terminated(CVString& out, const char* text);
 
  private:
   static Rep* NewRep(unsigned int length);
@@ -166,6 +169,12 @@ class CVString {
   }
   void ReleaseRep() noexcept;
   void AssignLatin1(const char* text, size_t length);
+  // Replaces the contents with `length` units from `units`, which may be
+  // read up to kInlineCapacity + 1 units whatever `length` is.
+  void AssignUnitsPadded(const unsigned short* units, size_t length);
+  // Replaces the contents with the bytes s[0..length), each widened to one
+  // unit; at least kInlineCapacity + 1 zero bytes follow them.
+  void AssignBytesPadded(const unsigned char* s, size_t length);
   // Invariants:
   //  (1) HasRep() iff the text lives in a Rep; then the block pointer is kept
   //      in the first bytes of m_inline, so the object stays 32 bytes on 64-bit

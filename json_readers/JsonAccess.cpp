@@ -248,6 +248,11 @@ bool JsonReadBool(const cJSON* value, bool* out) {
 }
 
 bool JsonReadText(const cJSON* value, CVString* out) {
+  if (IsJsonString(value)) {
+    // Most texts of an answer: read in one pass, without strlen first.
+    CVString::AssignUtf8Terminated(*out, value->valuestring != nullptr ? value->valuestring : "");
+    return true;
+  }
   char scratch[32];
   const char* bytes;
   size_t length;
@@ -256,17 +261,13 @@ bool JsonReadText(const cJSON* value, CVString* out) {
   return true;
 }
 
-bool JsonReadTextToBuffer(const cJSON* value, char* buffer, int size) {
-  if (buffer == nullptr || size < 1) return false;
-  char scratch[32];
-  const char* bytes;
-  size_t length;
-  if (!TextBytes(value, scratch, sizeof(scratch), &bytes, &length)) return false;
-  const unsigned char* s = reinterpret_cast<const unsigned char*>(bytes);
-  const size_t room = static_cast<size_t>(size) - 1;
+namespace {
+
+// Copies whole characters of the n bytes at s into buffer (room bytes and a
+// NUL); an invalid subpart becomes U+FFFD (3 bytes).
+void CopyWholeCharacters(const unsigned char* s, size_t length, char* buffer, size_t room) {
   size_t o = 0;
   for (size_t i = 0; i < length;) {
-    // Copy whole characters; an invalid subpart becomes U+FFFD (3 bytes).
     uint32_t cp;
     int subpart = 0;
     int n = s[i] < 0x80 ? 1 : Utf8SequenceAt(s + i, length - i, &cp, &subpart);
@@ -283,6 +284,33 @@ bool JsonReadTextToBuffer(const cJSON* value, char* buffer, int size) {
     }
   }
   buffer[o] = 0;
+}
+
+}  // namespace
+
+bool JsonReadTextToBuffer(const cJSON* value, char* buffer, int size) {
+  if (buffer == nullptr || size < 1) return false;
+  const size_t room = static_cast<size_t>(size) - 1;
+  if (IsJsonString(value)) {
+    // One pass finds the length; an ASCII text is then copied whole.
+    _quarn_vi::PaddedText copy;
+    const char* text = value->valuestring != nullptr ? value->valuestring : "";
+    if (!_quarn_vi::CopyTerminatedText(text, &copy)) {
+      CopyWholeCharacters(reinterpret_cast<const unsigned char*>(text), std::strlen(text), buffer, room);
+    } else if (copy.ascii) {
+      const size_t n = copy.length < room ? copy.length : room;
+      std::memcpy(buffer, copy.text, n);
+      buffer[n] = 0;
+    } else {
+      CopyWholeCharacters(copy.text, copy.length, buffer, room);
+    }
+    return true;
+  }
+  char scratch[32];
+  const char* bytes;
+  size_t length;
+  if (!TextBytes(value, scratch, sizeof(scratch), &bytes, &length)) return false;
+  CopyWholeCharacters(reinterpret_cast<const unsigned char*>(bytes), length, buffer, room);
   return true;
 }
 
