@@ -137,7 +137,7 @@ void CVString::AssignBytesPadded(const unsigned char* s, size_t length) {
     return;
   }
   Rep* rep = NewRep(static_cast<unsigned int>(length));
-  WidenBytes(s, length, rep->units);
+  WidenBytesOverlapping(s, length, rep->units);
   ReleaseRep();
   SetRep(rep, static_cast<unsigned int>(length));
 }
@@ -278,17 +278,20 @@ void CVString::Format(const unsigned short* format, ...) {
     // The parser's only format: a fast path without printf.
     int value = va_arg(args, int);
     va_end(args);
-    char digits[16];
-    char* end = digits + sizeof(digits);
-    char* p = end;
+    // The digits are written as units, ending at units[16]; the units after
+    // them are the room AssignUnitsPadded may read.
+    unsigned short units[16 + kInlineCapacity + 1];
+    unsigned short* end = units + 16;
+    unsigned short* p = end;
     unsigned int magnitude = value < 0 ? 0u - static_cast<unsigned int>(value)
                                        : static_cast<unsigned int>(value);
     do {
-      *--p = static_cast<char>('0' + magnitude % 10);
+      *--p = static_cast<unsigned short>('0' + magnitude % 10);
       magnitude /= 10;
     } while (magnitude != 0);
     if (value < 0) *--p = '-';
-    AssignLatin1(p, static_cast<size_t>(end - p));
+    std::memset(end, 0, (kInlineCapacity + 1) * sizeof(unsigned short));
+    AssignUnitsPadded(p, static_cast<size_t>(end - p));
     return;
   }
   std::string narrow;

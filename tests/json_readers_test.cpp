@@ -157,6 +157,12 @@ TEST(JsonReaders, BufferFormCutsAtWholeCharactersAndTerminates) {
   EXPECT_EQ(CJsonObjParser::GetJsonItem(invalid, "tel", guarded, 80, 0), 1);
   EXPECT_EQ(std::strlen(guarded), 79u);
   EXPECT_EQ(guarded[80], 'G');
+  // Beyond the stack copy a text is measured first, then cut the same way.
+  std::string longer = std::string(700, '8') + "\xE5\x8C\x97";
+  cJSON_ReplaceItemInObject(invalid, "tel", cJSON_CreateString(longer.c_str()));
+  EXPECT_EQ(CJsonObjParser::GetJsonItem(invalid, "tel", guarded, 80, 0), 1);
+  EXPECT_EQ(std::string(guarded), std::string(79, '8'));
+  EXPECT_EQ(guarded[80], 'G');
   cJSON_Delete(invalid);
 }
 
