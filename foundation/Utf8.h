@@ -170,6 +170,24 @@ inline void WidenBytes(const unsigned char* s, size_t n, unsigned short* out) {
   for (; i < n; ++i) out[i] = s[i];
 }
 
+// Widens exactly 10 bytes (a string's inline room and its NUL); at least
+// 16 bytes at s may be read.
+inline void WidenTenBytes(const unsigned char* s, unsigned short* out) {
+#if defined(__SSE2__)
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+  const uint32_t last = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_unpackhi_epi8(bytes, _mm_setzero_si128())));
+  std::memcpy(out + 8, &last, sizeof(last));
+#elif defined(__ARM_NEON)
+  const uint8x16_t bytes = vld1q_u8(s);
+  vst1q_u16(out, vmovl_u8(vget_low_u8(bytes)));
+  out[8] = s[8];
+  out[9] = s[9];
+#else
+  for (int k = 0; k < 10; ++k) out[k] = s[k];
+#endif
+}
+
 // The same for n >= 8 bytes, ending with one step that overlaps the one
 // before it instead of a byte loop (writes out[0..n) only).
 inline void WidenBytesOverlapping(const unsigned char* s, size_t n, unsigned short* out) {
@@ -302,10 +320,10 @@ POIPARSER_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedTex
   const unsigned first = 0xFFFFu << skip;  // the block's bytes that belong to the text
   unsigned nuls = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, zero))) & first;
   unsigned high = static_cast<unsigned>(_mm_movemask_epi8(v)) & first;
-  bool seen_high = false;
+  unsigned high_before = 0;  // of the blocks before the NUL's
   size_t offset = 0;
   while (nuls == 0) {
-    seen_high |= high != 0;
+    high_before |= high;
     _mm_store_si128(reinterpret_cast<__m128i*>(out + offset), v);
     offset += 16;
     if (offset + 32 > kPaddedTextBytes) return false;
@@ -320,7 +338,7 @@ POIPARSER_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedTex
   _mm_store_si128(reinterpret_cast<__m128i*>(out + offset + 16), zero);
   copy->text = out + skip;
   copy->length = offset + nul - skip;
-  copy->ascii = !seen_high && (high & ((1u << nul) - 1)) == 0;
+  copy->ascii = (high_before | (high & (nuls ^ (nuls - 1)))) == 0;  // up to the NUL
   return true;
 }
 #elif defined(__ARM_NEON)

@@ -14,6 +14,13 @@
 
 namespace _quarn_vi {
 
+// Keeps a function with a large frame out of its callers' fast paths.
+#if defined(__GNUC__)
+#define POIPARSER_NOINLINE __attribute__((noinline))
+#else
+#define POIPARSER_NOINLINE
+#endif
+
 namespace {
 
 size_t RepBytes(unsigned int capacity) {
@@ -132,7 +139,8 @@ void CVString::AssignBytesPadded(const unsigned char* s, size_t length) {
   if (length <= kInlineCapacity) {
     ReleaseRep();
     // The NUL and the zeros after the text fill the rest.
-    for (int k = 0; k <= kInlineCapacity; ++k) m_inline[k] = s[k];
+    static_assert(kInlineCapacity + 1 == 10, "the inline room is widened as ten bytes");
+    WidenTenBytes(s, m_inline);
     m_len = static_cast<unsigned int>(length);
     return;
   }
@@ -350,7 +358,7 @@ int _wtoi(const unsigned short* text) {
   return static_cast<int>(value);
 }
 
-void CVString::AssignUtf8(CVString& out, const char* text, size_t length) {
+POIPARSER_NOINLINE void CVString::AssignUtf8(CVString& out, const char* text, size_t length) {
   if (text == nullptr || length == 0) {
     PrepareUnits(out, 0);
     return;
@@ -359,8 +367,7 @@ void CVString::AssignUtf8(CVString& out, const char* text, size_t length) {
   if (length <= kPaddedTextMax) {
     PaddedText copy;
     CopyText(text, length, &copy);
-    unsigned short units[kPaddedTextBytes];
-    out.AssignUnitsPadded(units, DecodeUtf8Padded(copy.text, copy.length, units));
+    out.AssignDecodedPadded(copy.text, copy.length);
     return;
   }
   // A byte never yields more than one code unit (a four-byte sequence yields
@@ -370,22 +377,22 @@ void CVString::AssignUtf8(CVString& out, const char* text, size_t length) {
   TruncateUnits(out, static_cast<unsigned int>(n));
 }
 
-void CVString::AssignUtf8Terminated(CVString& out, const char* text) {
-  if (text == nullptr) {
-    PrepareUnits(out, 0);
-    return;
-  }
-  PaddedText copy;
-  if (!CopyTerminatedText(text, &copy)) {
-    AssignUtf8(out, text, std::strlen(text));
-    return;
-  }
-  if (copy.ascii) {
-    out.AssignBytesPadded(copy.text, copy.length);
-    return;
-  }
+POIPARSER_NOINLINE void CVString::AssignDecodedPadded(const unsigned char* s, size_t length) {
   unsigned short units[kPaddedTextBytes];
-  out.AssignUnitsPadded(units, DecodeUtf8Padded(copy.text, copy.length, units));
+  AssignUnitsPadded(units, DecodeUtf8Padded(s, length, units));
+}
+
+void CVString::AssignUtf8Terminated(CVString& out, const char* text) {
+  // The common case keeps a small frame: the decoder's buffer and the path
+  // of texts beyond the copy's room are in functions of their own.
+  PaddedText copy;
+  if (text == nullptr || !CopyTerminatedText(text, &copy)) {
+    AssignUtf8(out, text, text == nullptr ? 0 : std::strlen(text));
+  } else if (copy.ascii) {
+    out.AssignBytesPadded(copy.text, copy.length);
+  } else {
+    out.AssignDecodedPadded(copy.text, copy.length);
+  }
 }
 
 CVString CVCMMap::Utf8ToUnicode(const char* text, unsigned int length) {

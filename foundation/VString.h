@@ -175,6 +175,9 @@ class CVString {
   // Replaces the contents with the bytes s[0..length), each widened to one
   // unit; at least kInlineCapacity + 1 zero bytes follow them.
   void AssignBytesPadded(const unsigned char* s, size_t length);
+  // Replaces the contents with the decoding of the padded text s[0..length)
+  // (PaddedText in Utf8.h).
+  void AssignDecodedPadded(const unsigned char* s, size_t length);
   // Invariants:
   //  (1) HasRep() iff the text lives in a Rep; then the block pointer is kept
   //      in the first bytes of m_inline, so the object stays 32 bytes on 64-bit

@@ -247,12 +247,7 @@ bool JsonReadBool(const cJSON* value, bool* out) {
   }
 }
 
-bool JsonReadText(const cJSON* value, CVString* out) {
-  if (IsJsonString(value)) {
-    // Most texts of an answer: read in one pass, without strlen first.
-    CVString::AssignUtf8Terminated(*out, value->valuestring != nullptr ? value->valuestring : "");
-    return true;
-  }
+bool JsonReadScalarText(const cJSON* value, CVString* out) {
   char scratch[32];
   const char* bytes;
   size_t length;
