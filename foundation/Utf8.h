@@ -6,13 +6,20 @@
 // or missing continuation byte) becomes one U+FFFD. Overlong forms, encoded
 // surrogates and code points above U+10FFFF are invalid.
 //
+// Two decoders give the same units. DecodeUtf8 reads exactly the bytes it is
+// given (long texts, and any caller without a padded copy). DecodeUtf8Padded,
+// the readers' hot path, reads a zero-padded stack copy of a text (see
+// PaddedText), made in one pass over a NUL-terminated text.
+//
 // ASCII runs are widened 16 bytes at a time with SSE2 (x86-64) or NEON
 // (AArch64; 32-bit ARM built with NEON, as Android's armeabi-v7a is), and
-// 8 bytes at a time in portable C++ everywhere (the rest of a run, and the
-// whole run on targets with neither, such as Debian's armhf). All paths give
-// the same units; the tests run the SSE2 one natively, NEON under
-// qemu-aarch64 and the portable one alone under qemu-arm. The NEON path is
-// the SSE2 one's counterpart, not a measured choice: emulation cannot time it.
+// 8 bytes at a time in portable C++ (the whole run on targets with neither,
+// such as Debian's armhf); the padded decoder also takes CJK runs five
+// characters at a time with SSSE3 (chosen at run time) or NEON. All paths
+// give the same units; the tests run every form the build and processor
+// have, the portable one everywhere, NEON under qemu-aarch64 and the
+// portable one alone under qemu-arm. The NEON forms are the x86 ones'
+// counterparts, not measured choices: emulation cannot time them.
 #ifndef FOUNDATION_UTF8_H_
 #define FOUNDATION_UTF8_H_
 
