@@ -1,5 +1,6 @@
 // libFuzzer target: any bytes as the text of a JSON string, through the
-// text paths of the readers: UTF-8 decoding, the text-to-buffer cut, the
+// text paths of the readers: UTF-8 decoding (every form of the decoder, and
+// the one-pass reading of NUL-terminated texts), the text-to-buffer cut, the
 // telephone normaliser, the geometry reader, the integer readers and the
 // substring search. Each result is checked against what the contract says;
 // a failed check aborts.
@@ -16,7 +17,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "foundation/Utf8.h"
 #include "json_readers/JsonAccess.h"
 #include "json_readers/JsonObjParser.h"
 
@@ -47,9 +50,32 @@ void CheckDecoding(const std::string& text) {
   Check(Decoded(utf8) == utf8, "decoded text is valid UTF-8");
   Check(CJsonObjParser::ConvertTextByRule(text.c_str()).GetLength() == static_cast<int>(text.size()),
         "the text rule widens each byte when the flag is clear");
+  CVString terminated;
+  CVString::AssignUtf8Terminated(terminated, text.c_str());
+  Check(terminated == decoded, "a NUL-terminated text reads as its bytes decode");
   CJsonObjParser::isParsePHPUI2Res = 1;
   Check(CJsonObjParser::ConvertTextByRule(text.c_str()).ToUtf8() == utf8, "the text rule decodes when set");
   CJsonObjParser::isParsePHPUI2Res = 0;
+}
+
+// Every form of the padded decoder gives the units of the plain one.
+void CheckDecoderForms(const std::string& text) {
+  if (text.size() > _quarn_vi::kPaddedTextMax) return;
+  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  unsigned short expected[_quarn_vi::kPaddedTextBytes];
+  const size_t n = _quarn_vi::DecodeUtf8(bytes, text.size(), expected);
+  _quarn_vi::PaddedText copy;
+  _quarn_vi::CopyText(text.data(), text.size(), &copy);
+  std::vector<_quarn_vi::PaddedDecoder> forms = {_quarn_vi::DecodeUtf8PaddedPortable, _quarn_vi::DecodeUtf8Padded};
+#if defined(__SSE2__)
+  forms.push_back(_quarn_vi::DecodeUtf8PaddedSse2);
+  if (__builtin_cpu_supports("ssse3")) forms.push_back(_quarn_vi::DecodeUtf8PaddedSsse3);
+#endif
+  for (_quarn_vi::PaddedDecoder decode : forms) {
+    unsigned short units[_quarn_vi::kPaddedTextBytes];
+    Check(decode(copy.text, copy.length, units) == n && std::memcmp(units, expected, n * sizeof(units[0])) == 0,
+          "every decoder form gives the same units");
+  }
 }
 
 // The cut: whole characters of the decoded text that fit in size - 1 bytes.
@@ -138,6 +164,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   }
   CheckDecoding(input);
+  CheckDecoderForms(input);
   CheckCut(node, input, buffer_size);
   CheckTel(input);
   CheckIntegers(node, input);
