@@ -233,8 +233,9 @@ inline void WidenBytesOverlapping(const unsigned char* s, size_t n, unsigned sho
 // NUL-terminated text while copying it, and the decoder then loads 16 bytes
 // at a time and looks at the bytes after a lead byte without bounds checks.
 // On the 20-POI answer (808 texts of 14 bytes on average, two fifths of them
-// CJK mixed with ASCII digits) this path costs about a third of the
-// instructions of strlen followed by DecodeUtf8 (callgrind).
+// CJK mixed with ASCII digits) the texts of a build cost about 160,000
+// instructions this way, against 254,000 for strlen, then DecodeUtf8 into a
+// stack buffer, then a copy (callgrind).
 //
 // Invariants of a PaddedText after a successful copy:
 //  (1) text[0..length) are the text's bytes and text[length..length+16) are
