@@ -49,6 +49,7 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
       m_maxKeys(0),
       m_alwaysKeys(0),
       m_memberKeys{},
+      m_needsMember(0),
       m_members(MemberNames(rows, count).data(), count) {
   assert(count <= kMaxRows);
   // A table is built on first use, where an allocation may fail; the static
@@ -66,6 +67,7 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
       m_memberKeys[i] = 0;
     } else {
       m_memberKeys[i] = static_cast<uint8_t>(row_keys);
+      m_needsMember |= uint64_t{1} << i;
     }
   }
   m_keys = keys.release();
@@ -89,6 +91,7 @@ void FieldTable::Read(cJSON* object, CVBundle& out) const {
   }
   out.Reserve(out.GetCount() + keys);
   for (int i = 0; i < m_count; ++i) {
+    if (slots[i] == nullptr && ((m_needsMember >> i) & 1) != 0) continue;
     const FieldRow& row = m_rows[i];
     const CVString& key = m_keys[i];
     switch (row.reader) {
