@@ -202,6 +202,10 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     while ((uint32_t{1} << log2) < wanted) ++log2;
     return log2;
   }
+  // IndexBytes of this block.
+  size_t OwnIndexBytes() const {
+    return index_log2 == 0 ? 0 : (size_t{1} << index_log2) * index_width;
+  }
   static uint8_t IndexWidth(int capacity) {
     return capacity <= kMaxByteCapacity ? 1 : capacity <= kMaxShortCapacity ? 2 : 4;
   }
@@ -226,7 +230,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
     rep->index_width = IndexWidth(capacity);
     rep->counted_keys = false;
     rep->unused = 0;
-    if (rep->HasIndex()) std::memset(rep->index(), 0, IndexBytes(capacity));
+    if (rep->HasIndex()) std::memset(rep->index(), 0, rep->OwnIndexBytes());
     return rep;
   }
 
@@ -297,7 +301,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
 
   void RebuildIndex() {
     if (!HasIndex()) return;
-    std::memset(index(), 0, IndexBytes(capacity));
+    std::memset(index(), 0, OwnIndexBytes());
     for (int i = 0; i < size; ++i) IndexEntry(i, CVString::KeyRepHash(entries()[i].key));
   }
 
@@ -419,7 +423,7 @@ void CVBundle::Reserve(int count) {
     if (count > 0) m_rep = Rep::New(count);
     return;
   }
-  if (!Detach()) return;
+  if (m_rep->refs.load(std::memory_order_acquire) != 1 && !Detach()) return;
   if (count > m_rep->capacity) m_rep = Rep::Grow(m_rep, count);
 }
 

@@ -198,6 +198,8 @@ class FieldTable {
   // Bit i: row i stores nothing and reports nothing when its member is
   // absent, so Read skips it then.
   uint64_t m_needsMember;
+  // Bit i: row i is a kTextIfNotEmpty row.
+  uint64_t m_textIfNotEmpty;
   static_assert(kMaxRows <= 64, "a bit per row in m_needsMember");
   JsonMemberTable m_members;
   // The row keys, permanent strings shared by every bundle that stores them.
