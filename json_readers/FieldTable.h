@@ -200,7 +200,7 @@ class FieldTable {
   uint64_t m_needsMember;
   // Bit i: row i is a kTextIfNotEmpty row.
   uint64_t m_textIfNotEmpty;
-  static_assert(kMaxRows <= 64, "a bit per row in m_needsMember");
+  static_assert(kMaxRows <= 64, "a bit per row in the row masks");
   JsonMemberTable m_members;
   // The row keys, permanent strings shared by every bundle that stores them.
   // Deliberately never freed: bundles may hold their storage until exit, and

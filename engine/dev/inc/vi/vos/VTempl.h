@@ -43,9 +43,9 @@ inline constexpr int kVArrayGrowLine = 660;
 // Without hooks, a growth to at most this many bytes takes a new block and
 // copies rather than calling realloc: malloc and free serve blocks this
 // small from their per-thread cache, which realloc's own allocation skips
-// (a record's short lists, 1 then 5 slots: 9,700 instructions fewer a
-// build of the 20-POI answer, callgrind). Larger blocks go to realloc, which remaps
-// a large block instead of copying it.
+// (a record's short lists, 1 then 5 slots: 9,700 instructions fewer per
+// build of the 20-POI answer, callgrind). Larger blocks go to realloc,
+// which remaps a large block instead of copying it.
 inline constexpr unsigned int kVArrayCopyGrowthBytes = 1024;
 
 template <class T, class ARG>
