@@ -137,6 +137,8 @@ class CVBundle {
   // The caller constructs the value. Null when CVMem refused to unshare.
   Entry* Slot(const CVString& key, ValueType type);
   Entry* SlotSlow(const CVString& key, ValueType type);
+  // The entry at `position` of the own block, its value destroyed.
+  Entry* ReplaceAt(int position, ValueType type);
   // Makes the block this bundle's own (copy on write); false, changing
   // nothing, when CVMem refuses a copied array its block.
   bool Detach();

@@ -195,6 +195,12 @@ class FieldTable {
   // Per row: the keys it stores when its member is present, 0 for the rows
   // counted in m_alwaysKeys.
   uint8_t m_memberKeys[kMaxRows];
+  // Bit i: row i stores nothing and reports nothing when its member is
+  // absent, so Read skips it then.
+  uint64_t m_needsMember;
+  // Bit i: row i is a kTextIfNotEmpty row.
+  uint64_t m_textIfNotEmpty;
+  static_assert(kMaxRows <= 64, "a bit per row in the row masks");
   JsonMemberTable m_members;
   // The row keys, permanent strings shared by every bundle that stores them.
   // Deliberately never freed: bundles may hold their storage until exit, and

@@ -65,7 +65,7 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   m_mask = slots - 1;
   m_names.reserve(static_cast<size_t>(count));
   for (int i = 0; i < count; ++i) {
-    Name name{names[i], KeyOf(names[i], std::strlen(names[i])), -1};
+    Name name{names[i], KeyOf(names[i], std::strlen(names[i]))};
     for (uint32_t slot = HashOf(name.key) & m_mask;; slot = (slot + 1) & m_mask) {
       if (m_index[slot] == 0) {
         m_index[slot] = static_cast<uint16_t>(i + 1);
@@ -73,7 +73,7 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
       }
       const Name& other = m_names[m_index[slot] - 1u];
       if (std::strcmp(other.text, name.text) == 0) {
-        name.same_as = m_index[slot] - 1;
+        m_repeats.push_back(Repeat{i, m_index[slot] - 1});
         break;
       }
     }
@@ -104,11 +104,10 @@ int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights
       }
     }
   }
-  for (int i = 0; i < count; ++i) {
-    int same = m_names[static_cast<size_t>(i)].same_as;
-    if (same >= 0 && slots[same] != nullptr) {
-      slots[i] = slots[same];
-      weight += weights[i];
+  for (const Repeat& repeat : m_repeats) {
+    if (slots[repeat.same_as] != nullptr) {
+      slots[repeat.name] = slots[repeat.same_as];
+      weight += weights[repeat.name];
     }
   }
   return weight;

@@ -145,9 +145,14 @@ class JsonMemberTable {
   struct Name {
     const char* text;
     NameKey key;
-    int same_as;  // index of an earlier equal name, or -1
+  };
+  // A name equal to an earlier one: its slot copies the earlier one's.
+  struct Repeat {
+    int name;
+    int same_as;
   };
   std::vector<Name> m_names;
+  std::vector<Repeat> m_repeats;  // usually empty
   std::vector<uint16_t> m_index;  // open addressing by HashOf: name index + 1, 0 = free
   uint32_t m_mask = 0;
 };

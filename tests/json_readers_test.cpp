@@ -285,6 +285,8 @@ struct MemberTableCase {
 const MemberTableCase kMemberTableCases[] = {
     // Duplicate members: the first one wins, for every slot of the name.
     {R"({"a":1,"b":2,"a":3,"b":4})", {"a", "b", "a"}},
+    // A name listed three times, and a repeated name the object lacks.
+    {R"({"b":1,"a":2})", {"a", "c", "a", "c", "b", "a"}},
     // Case, prefixes and the empty name are different names.
     {R"({"Name":1,"name":2,"nam":3,"names":4,"":5})", {"name", "Name", "nam", "", "names", "NAME"}},
     // Over 16 bytes: equal first and last eight bytes and length, another middle.

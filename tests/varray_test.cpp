@@ -195,8 +195,9 @@ std::vector<int> AppendStrings(int count, bool* intact) {
 
 }  // namespace
 
-// Without hooks a growth moves the block with realloc: the capacities and the
-// elements are those of the Allocate, copy and Deallocate that hooks see.
+// Without hooks a growth moves the block with realloc, or copies it into a
+// new one while it is small: the capacities and the elements are those of
+// the Allocate, copy and Deallocate that hooks see.
 TEST(VArray, GrowthWithoutHooksGivesTheSameCapacitiesAndElements) {
   constexpr int kCount = 40000;  // well past the 1024-slot step
   bool intact_with_hooks = false, intact_without = false;

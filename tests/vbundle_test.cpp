@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "TestSupport.h"
 
@@ -111,6 +112,57 @@ TEST(VBundle, PermanentAndOrdinaryKeysFindEachOther) {
   b.SetInt(ordinary, 31);
   EXPECT_EQ(b.GetInt(CVString("key_number_13")), 31);
   EXPECT_EQ(b.GetCount(), 21);
+}
+
+// Storing under a permanent key looks it up and finds its place in one probe
+// sequence; at every size (no index, one-byte, two-byte index slots), with
+// room reserved or grown into, after an ordinary key or into a shared block,
+// a key stored again keeps its one entry and its first position.
+TEST(VBundle, PermanentKeysStoredAgainKeepTheirEntryAtEverySize) {
+  struct Case {
+    int keys;
+    bool reserve;         // room for every key before the first store
+    bool ordinary_first;  // an ordinary key stored first
+    bool shared;          // the second round stores into a copy's block
+  };
+  const Case cases[] = {
+      {1, false, false, false},  {8, true, false, false},    {9, true, false, false},
+      {9, false, false, false},  {40, true, true, false},    {127, true, false, true},
+      {128, true, false, false}, {300, false, false, false}, {300, true, true, true},
+  };
+  static std::vector<CVString> keys;  // permanent texts live until exit anyway
+  for (size_t i = keys.size(); i < 300; ++i) {
+    keys.emplace_back(("field_" + std::to_string(i * 37)).c_str(), CVString::Permanent());
+  }
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.keys << " keys, reserve " << c.reserve << ", ordinary first "
+                                    << c.ordinary_first << ", shared " << c.shared);
+    CVBundle b;
+    if (c.reserve) b.Reserve(c.keys + (c.ordinary_first ? 1 : 0));
+    if (c.ordinary_first) b.SetInt(CVString("ordinary"), -1);
+    for (int i = 0; i < c.keys; ++i) b.SetInt(keys[i], i);
+    const CVBundle before = b;
+    CVBundle copy = b;
+    CVBundle& again = c.shared ? copy : b;
+    // Every third key again, with a value of another type.
+    for (int i = 0; i < c.keys; i += 3) again.SetString(keys[i], CVString(std::to_string(i).c_str()));
+    const int first = c.ordinary_first ? 1 : 0;
+    ASSERT_EQ(again.GetCount(), c.keys + first);
+    for (int i = 0; i < c.keys; ++i) {
+      ASSERT_EQ(again.GetKeyAt(first + i), keys[i]);
+      if (i % 3 == 0) {
+        ASSERT_NE(again.GetString(keys[i]), nullptr);
+        EXPECT_EQ(*again.GetString(keys[i]), CVString(std::to_string(i).c_str()));
+        EXPECT_EQ(again.GetInt(CVString(("field_" + std::to_string(i * 37)).c_str())), 0);
+      } else {
+        EXPECT_EQ(again.GetInt(CVString(("field_" + std::to_string(i * 37)).c_str())), i);
+      }
+    }
+    if (c.shared) EXPECT_EQ(b, before);
+    again.SetInt(CVString("field_0"), 5);  // an ordinary key finds the permanent entry
+    EXPECT_EQ(again.GetCount(), c.keys + first);
+    EXPECT_EQ(again.GetInt(keys[0]), 5);
+  }
 }
 
 TEST(VBundle, EqualityIgnoresKeyOrderButNotTypes) {

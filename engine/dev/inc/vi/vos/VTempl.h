@@ -11,10 +11,11 @@
 // Appending one at a time gives capacities 1, 5, 9, ..., 33, 37, 41, 46, ...
 //
 // Growth moves the block with CVMem::Reallocate when no CVMem hooks are
-// installed (the same bytes, a large block remapped rather than copied, so
-// that long lists grow in linear time); with hooks, every growth is one
-// Allocate of the new capacity, a byte copy and one Deallocate, so the hooks
-// see exactly the requests above.
+// installed and the new block exceeds kVArrayCopyGrowthBytes (the same
+// bytes, a large block remapped rather than copied, so that long lists grow
+// in linear time); otherwise every growth is one Allocate of the new
+// capacity, a byte copy and one Deallocate, so that hooks see exactly the
+// requests above.
 //
 // Failure: the only failure is an exhausted allocator. A failed first block
 // leaves the array empty and without block; a failed growth leaves it exactly
@@ -39,6 +40,13 @@ namespace _quarn_vi {
 inline constexpr const char kVArrayAllocTag[] = "../../../engine/dev/inc/vi/vos/VTempl";
 inline constexpr int kVArrayFirstBlockLine = 614;
 inline constexpr int kVArrayGrowLine = 660;
+// Without hooks, a growth to at most this many bytes takes a new block and
+// copies rather than calling realloc: malloc and free serve blocks this
+// small from their per-thread cache, which realloc's own allocation skips
+// (a record's short lists, 1 then 5 slots: 9,700 instructions fewer per
+// build of the 20-POI answer, callgrind). Larger blocks go to realloc,
+// which remaps a large block instead of copying it.
+inline constexpr unsigned int kVArrayCopyGrowthBytes = 1024;
 
 template <class T, class ARG>
 class CVArray {
@@ -140,7 +148,7 @@ int CVArray<T, ARG>::SetSize(int newSize, int growBy) {
   if (capacity > INT_MAX || !BlockBytes(capacity, &bytes)) return 0;
   // Relocation: the live elements move by bytes; none is copied or destroyed.
   T* data;
-  if (CVMem::HasHooks()) {
+  if (CVMem::HasHooks() || bytes <= kVArrayCopyGrowthBytes) {
     void* block = CVMem::Allocate(bytes, kVArrayAllocTag, kVArrayGrowLine);
     if (block == nullptr) return 0;
     data = static_cast<T*>(block);
