@@ -126,8 +126,8 @@ TEST(VBundle, PermanentKeysStoredAgainKeepTheirEntryAtEverySize) {
     bool shared;          // the second round stores into a copy's block
   };
   const Case cases[] = {
-      {1, false, false, false},  {8, true, false, false},    {9, true, false, false},
-      {9, false, false, false},  {40, true, true, false},    {127, true, false, true},
+      {1, false, false, false},  {12, true, false, false},   {13, true, false, false},
+      {13, false, false, false},  {40, true, true, false},    {127, true, false, true},
       {128, true, false, false}, {300, false, false, false}, {300, true, true, true},
   };
   static std::vector<CVString> keys;  // permanent texts live until exit anyway
