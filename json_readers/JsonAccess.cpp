@@ -64,6 +64,8 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   m_index.assign(slots, 0);
   m_mask = slots - 1;
   m_names.reserve(static_cast<size_t>(count));
+  m_next.reset(new std::atomic<uint16_t>[static_cast<size_t>(count) + 1]);
+  for (int i = 0; i <= count; ++i) m_next[i].store(0, std::memory_order_relaxed);
   for (int i = 0; i < count; ++i) {
     Name name{names[i], KeyOf(names[i], std::strlen(names[i]))};
     for (uint32_t slot = HashOf(name.key) & m_mask;; slot = (slot + 1) & m_mask) {
@@ -81,28 +83,43 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   }
 }
 
+int JsonMemberTable::Find(const char* name) const {
+  const size_t length = std::strlen(name);
+  const NameKey key = KeyOf(name, length);
+  for (uint32_t slot = HashOf(key) & m_mask; m_index[slot] != 0; slot = (slot + 1) & m_mask) {
+    const int f = m_index[slot] - 1;
+    const Name& candidate = m_names[static_cast<size_t>(f)];
+    // Names longer than 16 bytes also compare their middle bytes.
+    if (candidate.key == key && (length <= 16 || std::memcmp(candidate.text + 8, name + 8, length - 16) == 0)) {
+      return f;
+    }
+  }
+  return -1;
+}
+
 int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights) const {
   const int count = Count();
   for (int i = 0; i < count; ++i) slots[i] = nullptr;
   if (!IsJsonObject(object)) return 0;
   int weight = 0;
+  int previous = 0;  // m_next's position for the last member found
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
     const char* name = m->string;
     if (name == nullptr) continue;
-    size_t length = std::strlen(name);
-    NameKey key = KeyOf(name, length);
-    for (uint32_t slot = HashOf(key) & m_mask; m_index[slot] != 0; slot = (slot + 1) & m_mask) {
-      int f = m_index[slot] - 1;
-      const Name& candidate = m_names[static_cast<size_t>(f)];
-      // Names longer than 16 bytes also compare their middle bytes.
-      if (candidate.key == key && (length <= 16 || std::memcmp(candidate.text + 8, name + 8, length - 16) == 0)) {
-        if (slots[f] == nullptr) {  // the first of duplicates wins
-          slots[f] = m;
-          weight += weights[f];
-        }
-        break;
-      }
+    const int guess = m_next[previous].load(std::memory_order_relaxed) - 1;
+    int f = -1;
+    if (guess >= 0 && std::strcmp(m_names[static_cast<size_t>(guess)].text, name) == 0) {
+      f = guess;
+    } else {
+      f = Find(name);
+      if (f < 0) continue;
+      m_next[previous].store(static_cast<uint16_t>(f + 1), std::memory_order_relaxed);
     }
+    if (slots[f] == nullptr) {  // the first of duplicates wins
+      slots[f] = m;
+      weight += weights[f];
+    }
+    previous = f + 1;
   }
   for (const Repeat& repeat : m_repeats) {
     if (slots[repeat.same_as] != nullptr) {

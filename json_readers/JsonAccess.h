@@ -24,7 +24,9 @@
 
 #include <cjson/cJSON.h>
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -124,6 +126,8 @@ class JsonMemberTable {
   // non-object `object` gives all nulls. Returns the sum of weights[i] over
   // the members found (a caller's cost of reading them).
   // REQUIRES: `weights` has Count() entries.
+  // Thread-safe: concurrent calls on one table only share its guesses of
+  // the next member (relaxed atomics; a stale guess costs a comparison).
   int Gather(cJSON* object, cJSON** slots, const uint8_t* weights) const;
 
  private:
@@ -137,6 +141,8 @@ class JsonMemberTable {
     bool operator==(const NameKey& o) const { return length == o.length && head == o.head && tail == o.tail; }
   };
   static NameKey KeyOf(const char* name, size_t length);
+  // The index of the first of names equal to `name`, or -1.
+  int Find(const char* name) const;
   static uint32_t HashOf(const NameKey& key) {
     uint64_t x = (key.head * 0x9E3779B97F4A7C15ULL) ^ (key.tail * 0xC2B2AE3D27D4EB4FULL) ^ key.length;
     return static_cast<uint32_t>(x >> 32);
@@ -155,6 +161,14 @@ class JsonMemberTable {
   std::vector<Repeat> m_repeats;  // usually empty
   std::vector<uint16_t> m_index;  // open addressing by HashOf: name index + 1, 0 = free
   uint32_t m_mask = 0;
+  // The objects a table reads (the POIs of a list) mostly list their
+  // members in the same order, so each name remembers which of the table's
+  // names followed it last time: m_next[i + 1] for names[i], m_next[0] for
+  // an object's first member; name index + 1, 0 for no guess. A member that
+  // is its predecessor's guess costs one strcmp instead of its length, key
+  // and hash probe. Guesses are hints only: Gather's result never depends
+  // on them.
+  std::unique_ptr<std::atomic<uint16_t>[]> m_next;
 };
 
 // ---- Scalar reads -----------------------------------------------------------

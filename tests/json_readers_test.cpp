@@ -342,4 +342,38 @@ TEST(JsonMemberTable, GathersWhatAMemberByMemberSearchFinds) {
   }
 }
 
+// The table guesses each member from the order of the objects it read
+// before; a guess that is stale (another order, a member left out, a name
+// that only shares a prefix, a duplicate) must never change what is found.
+TEST(JsonMemberTable, FindsTheSameWhateverTheOrderOfEarlierObjects) {
+  const std::vector<const char*> names = {"name", "uid", "addr", "nam", "names", "tel"};
+  const _quarn_framework::JsonMemberTable table(names.data(), static_cast<int>(names.size()));
+  const char* const objects[] = {
+      R"({"name":1,"uid":2,"addr":3,"tel":4})",
+      R"({"name":1,"uid":2,"addr":3,"tel":4})",
+      R"({"tel":4,"addr":3,"uid":2,"name":1})",
+      R"({"name":1,"addr":3,"tel":4})",
+      R"({"nam":1,"uid":2,"names":3,"tel":4})",
+      R"({"name":1,"name":5,"uid":2,"uid":6})",
+      R"({"x":0,"name":1,"y":0,"uid":2,"addr":3})",
+      R"({"name":1,"uid":2,"addr":3,"tel":4})",
+      R"({"names":1,"nam":2,"name":3})",
+  };
+  const std::vector<uint8_t> weights(names.size(), 1);
+  for (int round = 0; round < 2; ++round) {
+    for (const char* text : objects) {
+      SCOPED_TRACE(text);
+      Json root = ParseJson(text);
+      std::vector<cJSON*> slots(names.size());
+      const int weight = table.Gather(root.get(), slots.data(), weights.data());
+      int found = 0;
+      for (size_t i = 0; i < names.size(); ++i) {
+        EXPECT_EQ(slots[i], _quarn_framework::FindMember(root.get(), names[i])) << names[i];
+        found += slots[i] != nullptr;
+      }
+      EXPECT_EQ(weight, found);
+    }
+  }
+}
+
 }  // namespace

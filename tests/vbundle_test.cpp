@@ -158,7 +158,9 @@ TEST(VBundle, PermanentKeysStoredAgainKeepTheirEntryAtEverySize) {
         EXPECT_EQ(again.GetInt(CVString(("field_" + std::to_string(i * 37)).c_str())), i);
       }
     }
-    if (c.shared) EXPECT_EQ(b, before);
+    if (c.shared) {
+      EXPECT_EQ(b, before);
+    }
     again.SetInt(CVString("field_0"), 5);  // an ordinary key finds the permanent entry
     EXPECT_EQ(again.GetCount(), c.keys + first);
     EXPECT_EQ(again.GetInt(keys[0]), 5);
