@@ -8,8 +8,9 @@
 //   (d) simdjson: simdjson's DOM parse of the same text, the reference cost
 //       of reading JSON at all;
 //   (e) heap allocations made by (b) and bytes still held by the bundle, per
-//       POI, counted through CVMem's hooks and a counting operator new (every
-//       text and entry block is one allocation of its usable size).
+//       POI, counted through CVMem's hooks and a counting operator new, with
+//       the block cache off (every text and entry block is then one
+//       allocation of its usable size).
 // And from text to bundle, in a second table:
 //   (f) through the document: CJsonDocument::Parse of the text (warm), the
 //       entry operation, the bundle destroyed;
@@ -252,6 +253,9 @@ AllocationFigures CountAllocations(const Input& input) {
   cJSON* root = input.tree;
   _quarn_vi::CVMemHooks hooks{MemAllocate, MemDeallocate, nullptr};
   _quarn_vi::CVMem::SetHooks(&hooks);
+  // With the block cache off and empty, every block is one request.
+  _quarn_vi::CVMem::SetBlockCacheLimit(0);
+  _quarn_vi::CVMem::ReleaseCachedBlocks();
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = input.utf8;
   // Build once first, so that the tables and keys made on first use are
   // not counted.
@@ -269,6 +273,7 @@ AllocationFigures CountAllocations(const Input& input) {
   g_counting = false;
   _quarn_framework::CJsonObjParser::isParsePHPUI2Res = 0;
   _quarn_vi::CVMem::SetHooks(nullptr);
+  _quarn_vi::CVMem::SetBlockCacheLimit(_quarn_vi::CVMem::kDefaultBlockCacheLimit);
   return figures;
 }
 

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "foundation/BlockCache.h"
+
 
 // Keeps a rare path out of its caller, so that the common path saves no
 // registers.
@@ -226,7 +228,7 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
 
   static Rep* New(int capacity) {
     if (capacity > kMaxCapacity) throw std::length_error("CVBundle: too many keys");
-    Rep* rep = static_cast<Rep*>(::operator new(Bytes(capacity)));
+    Rep* rep = static_cast<Rep*>(block_cache::Allocate(Bytes(capacity)));
     new (&rep->refs) std::atomic<int>(1);
     rep->size = 0;
     rep->capacity = capacity;
@@ -239,8 +241,9 @@ struct alignas(CVBundle::Entry) CVBundle::Rep {
   }
 
   static void Free(Rep* rep) noexcept {
+    const size_t bytes = Bytes(rep->capacity);
     rep->refs.~atomic<int>();
-    ::operator delete(rep);
+    block_cache::Free(rep, bytes);
   }
 
   static void Destroy(Rep* rep) noexcept {

@@ -12,6 +12,8 @@
 #ifndef FOUNDATION_VMEM_H_
 #define FOUNDATION_VMEM_H_
 
+#include <cstddef>
+
 namespace _quarn_vi {
 
 // A replacement allocator. `allocate` returns null to report an exhausted
@@ -41,6 +43,22 @@ class CVMem {
   // hooks are swapped only while no CVMem block is alive, or by hooks that
   // forward to the default (malloc/free).
   static void SetHooks(const CVMemHooks* hooks);
+
+  // The text blocks of CVString and the entry blocks of CVBundle come from
+  // operator new (hooks do not see them), and each thread keeps the ones it
+  // frees, up to BlockCacheLimit() bytes, for its next blocks of the same
+  // size: a client parsing answer after answer then rarely calls operator
+  // new. A thread's cached blocks go to operator delete when the thread ends
+  // (for the main thread, at exit) or when it calls ReleaseCachedBlocks.
+  static constexpr size_t kDefaultBlockCacheLimit = 128 * 1024;
+  // Sets the limit for every thread (0 turns the cache off); a thread whose
+  // cache holds more keeps it until its next ReleaseCachedBlocks or its end,
+  // but caches nothing more meanwhile. Safe to call from any thread.
+  static void SetBlockCacheLimit(size_t bytes);
+  static size_t BlockCacheLimit();
+  // Frees the calling thread's cached blocks (for example when the platform
+  // warns of low memory).
+  static void ReleaseCachedBlocks();
 };
 
 }  // namespace _quarn_vi

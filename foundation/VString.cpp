@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "foundation/BlockCache.h"
+
 #include "foundation/Utf8.h"
 
 namespace _quarn_vi {
@@ -28,8 +30,9 @@ size_t RepBytes(unsigned int capacity) {
 }
 
 void FreeRep(CVString::Rep* rep) noexcept {
+  const size_t bytes = RepBytes(rep->capacity);
   rep->refs.~atomic<int>();
-  ::operator delete(rep);
+  block_cache::Free(rep, bytes);
 }
 
 // A permanent block: the text's hash ahead of it, so that a bundle holding
@@ -60,7 +63,7 @@ PermanentTable& Permanents() {
 }  // namespace
 
 CVString::Rep* CVString::NewRep(unsigned int length) {
-  Rep* rep = static_cast<Rep*>(::operator new(RepBytes(length)));
+  Rep* rep = static_cast<Rep*>(block_cache::Allocate(RepBytes(length)));
   new (&rep->refs) std::atomic<int>(1);
   rep->capacity = length;
   rep->units[length] = 0;

@@ -12,8 +12,8 @@
 //
 // This file is its own test program (tests/CMakeLists.txt): it replaces the
 // global operator new and delete (the aligned forms too) with counting,
-// armable ones. Every string and bundle block comes from operator new, as in
-// a client's process, so each of them is a failure point.
+// armable ones. With the block cache off, every string and bundle block comes
+// from operator new, so each of them is a failure point.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -70,9 +70,13 @@ Injector g_new;   // the global operator new
 Injector g_cvmem; // CVMem::Allocate
 
 // ---- The allocation configuration under test ----------------------------------
-// The only lines that know how the library allocates its blocks: each string
-// and bundle block is one operator new, and nothing is cached between runs.
-void FreshAllocatorState() {}
+// The only lines that know how the library allocates its blocks: with the
+// per-thread block cache off and empty, each string and bundle block is one
+// operator new, and nothing is kept between runs.
+void FreshAllocatorState() {
+  _quarn_vi::CVMem::SetBlockCacheLimit(0);
+  _quarn_vi::CVMem::ReleaseCachedBlocks();
+}
 // ---------------------------------------------------------------------------------
 
 // Whether an operation ran in this process (its tables are then built).

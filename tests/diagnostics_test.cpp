@@ -75,8 +75,12 @@ struct Allocations {
   long cvmem;
 };
 
+// Every block the operation makes, with the block cache off.
 Allocations CountAllocations(Op op, cJSON* root) {
   InstallHeapCounter();
+  const size_t cache_limit = _quarn_vi::CVMem::BlockCacheLimit();
+  _quarn_vi::CVMem::SetBlockCacheLimit(0);
+  _quarn_vi::CVMem::ReleaseCachedBlocks();
   static long cvmem_blocks = 0;
   _quarn_vi::CVMemHooks hooks{[](unsigned int size, const char*, int, void*) -> void* {
                                 ++cvmem_blocks;
@@ -93,6 +97,7 @@ Allocations CountAllocations(Op op, cJSON* root) {
     g_counting = false;
   }
   _quarn_vi::CVMem::SetHooks(nullptr);
+  _quarn_vi::CVMem::SetBlockCacheLimit(cache_limit);
   return Allocations{g_heap_blocks, cvmem_blocks};
 }
 
