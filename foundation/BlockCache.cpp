@@ -1,6 +1,7 @@
 #include "foundation/BlockCache.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <new>
 
 #include "foundation/VMem.h"
@@ -15,6 +16,8 @@
 #endif
 #if defined(BLOCKCACHE_ASAN)
 #include <sanitizer/asan_interface.h>
+// From the sanitizer runtime (g++ ships no header declaring it).
+extern "C" size_t __sanitizer_get_allocated_size(const volatile void* block);
 #endif
 
 #if defined(__GNUC__)
@@ -35,6 +38,7 @@ constexpr size_t kClasses = 128;  // up to 2,040 bytes: a POI's place record is 
 constexpr size_t ClassOf(size_t bytes) { return (bytes + 23) >> 4; }
 constexpr size_t ClassBytes(size_t c) { return (c << 4) - 8; }
 static_assert(ClassBytes(ClassOf(1)) >= sizeof(void*), "a cached block holds its link");
+static_assert(ClassOf(kMaxArrayBlock) <= kClasses, "array blocks have classes");
 
 std::atomic<size_t> g_limit{CVMem::kDefaultBlockCacheLimit};
 
@@ -43,15 +47,21 @@ enum State : unsigned char { kFresh, kOpen, kClosed };
 // One thread's cache. Constant-initialised and trivially destructible, so it
 // is never destroyed: it stays usable while the thread's thread_local objects
 // are destroyed, in any order, and records there that the cache was closed.
+// Blocks from operator new and from malloc are kept apart: each goes back
+// to the function it came from.
+enum Kind { kNew, kMalloc, kKinds };
+
 struct ThreadCache {
-  void* heads[kClasses + 1];  // freed blocks of each class, linked through their first word
-  size_t bytes;               // bytes held in all classes
+  void* heads[kKinds][kClasses + 1];  // freed blocks of each kind and class, linked through their first word
+  size_t bytes;                       // bytes held in all classes
   State state;
 };
 thread_local ThreadCache t_cache;
 
 // A cached block is poisoned for AddressSanitizer, so that a use after free
-// is reported as it would be without the cache.
+// is reported as it would be without the cache; taken again, it is
+// unpoisoned only as far as its allocation goes, so that a block too small
+// for its class would be reported too.
 inline void Poison(void* block, size_t bytes) {
 #if defined(BLOCKCACHE_ASAN)
   ASAN_POISON_MEMORY_REGION(block, bytes);
@@ -62,30 +72,30 @@ inline void Poison(void* block, size_t bytes) {
 }
 inline void Unpoison(void* block, size_t bytes) {
 #if defined(BLOCKCACHE_ASAN)
-  ASAN_UNPOISON_MEMORY_REGION(block, bytes);
+  const size_t allocated = __sanitizer_get_allocated_size(block);
+  ASAN_UNPOISON_MEMORY_REGION(block, allocated < bytes ? allocated : bytes);
 #else
   (void)block;
   (void)bytes;
 #endif
 }
 
-void Push(ThreadCache& cache, void* block, size_t c) {
-  *static_cast<void**>(block) = cache.heads[c];
-  cache.heads[c] = block;
-  cache.bytes += ClassBytes(c);
-  Poison(block, ClassBytes(c));
-}
-
 void Empty(ThreadCache& cache) noexcept {
-  for (size_t c = 1; c <= kClasses; ++c) {
-    void* block = cache.heads[c];
-    while (block != nullptr) {
-      Unpoison(block, ClassBytes(c));
-      void* next = *static_cast<void**>(block);
-      ::operator delete(block);
-      block = next;
+  for (int kind = 0; kind < kKinds; ++kind) {
+    for (size_t c = 1; c <= kClasses; ++c) {
+      void* block = cache.heads[kind][c];
+      while (block != nullptr) {
+        Unpoison(block, ClassBytes(c));
+        void* next = *static_cast<void**>(block);
+        if (kind == kNew) {
+          ::operator delete(block);
+        } else {
+          std::free(block);
+        }
+        block = next;
+      }
+      cache.heads[kind][c] = nullptr;
     }
-    cache.heads[c] = nullptr;
   }
   cache.bytes = 0;
 }
@@ -107,31 +117,50 @@ BLOCKCACHE_NOINLINE bool Open(ThreadCache& cache) noexcept {
   return true;
 }
 
+// A cached block of class c, or null.
+inline void* Pop(ThreadCache& cache, Kind kind, size_t c) {
+  void* block = cache.heads[kind][c];
+  if (block == nullptr) return nullptr;
+  Unpoison(block, ClassBytes(c));
+  cache.heads[kind][c] = *static_cast<void**>(block);
+  cache.bytes -= ClassBytes(c);
+  return block;
+}
+
+// Keeps a block of class c if the cache has room; false otherwise.
+inline bool Push(ThreadCache& cache, Kind kind, void* block, size_t c) {
+  if (cache.bytes + ClassBytes(c) > g_limit.load(std::memory_order_relaxed)) return false;
+  if (cache.state != kOpen && !(cache.state == kFresh && Open(cache))) return false;
+  *static_cast<void**>(block) = cache.heads[kind][c];
+  cache.heads[kind][c] = block;
+  cache.bytes += ClassBytes(c);
+  Poison(block, ClassBytes(c));
+  return true;
+}
+
 }  // namespace
 
 void* Allocate(size_t bytes) {
   const size_t c = ClassOf(bytes);
   if (c > kClasses) return ::operator new(bytes);
-  ThreadCache& cache = t_cache;
-  void* block = cache.heads[c];
-  if (block == nullptr) return ::operator new(ClassBytes(c));
-  Unpoison(block, ClassBytes(c));
-  cache.heads[c] = *static_cast<void**>(block);
-  cache.bytes -= ClassBytes(c);
-  return block;
+  void* block = Pop(t_cache, kNew, c);
+  return block != nullptr ? block : ::operator new(ClassBytes(c));
 }
 
 void Free(void* block, size_t bytes) noexcept {
   const size_t c = ClassOf(bytes);
-  if (c <= kClasses) {
-    ThreadCache& cache = t_cache;
-    if (cache.bytes + ClassBytes(c) <= g_limit.load(std::memory_order_relaxed) &&
-        (cache.state == kOpen || (cache.state == kFresh && Open(cache)))) {
-      Push(cache, block, c);
-      return;
-    }
-  }
-  ::operator delete(block);
+  if (c > kClasses || !Push(t_cache, kNew, block, c)) ::operator delete(block);
+}
+
+void* AllocateArray(size_t bytes) noexcept {
+  if (bytes > kMaxArrayBlock) return std::malloc(bytes);
+  const size_t c = ClassOf(bytes);
+  void* block = Pop(t_cache, kMalloc, c);
+  return block != nullptr ? block : std::malloc(ClassBytes(c));
+}
+
+void FreeArray(void* block, size_t bytes) noexcept {
+  if (bytes > kMaxArrayBlock || !Push(t_cache, kMalloc, block, ClassOf(bytes))) std::free(block);
 }
 
 }  // namespace block_cache

@@ -1,5 +1,5 @@
-// The blocks of texts and bundles: operator new and delete, behind a small
-// cache of freed blocks per thread.
+// The blocks of texts, bundles and arrays: operator new and delete (malloc
+// and free for arrays), behind a small cache of freed blocks per thread.
 //
 // Why: building a bundle makes a block per long text and per record (about
 // 23 per POI) and destroying it frees them all, so a client parsing answer
@@ -34,6 +34,17 @@ void* Allocate(size_t bytes);
 // cache while it has room, else to operator delete. Any thread may free any
 // block.
 void Free(void* block, size_t bytes) noexcept;
+
+// The same for the element blocks of CVArray without CVMem hooks, which come
+// from malloc (so that realloc may grow them, and hooks forwarding to free
+// may free them): a block of at least `bytes` bytes, or null when malloc
+// fails. Blocks of at most kMaxArrayBlock bytes are cached apart from the
+// others. REQUIRES: bytes > 0.
+constexpr size_t kMaxArrayBlock = 1024;
+void* AllocateArray(size_t bytes) noexcept;
+// Frees a block from AllocateArray, given the same `bytes`, or any malloc
+// block of exactly `bytes` bytes when bytes > kMaxArrayBlock.
+void FreeArray(void* block, size_t bytes) noexcept;
 
 }  // namespace block_cache
 }  // namespace _quarn_vi

@@ -2,7 +2,8 @@
 //
 // Every element block of a CVArray comes from CVMem::Allocate, which takes
 // the source text and line of the request as a tag. By default requests go
-// to malloc/free and the tag is ignored; tests and diagnostics replace the
+// to malloc/free (blocks of up to 1 KiB by way of the thread's block cache,
+// see BlockCacheLimit) and the tag is ignored; tests and diagnostics replace the
 // process-wide allocator with CVMem::SetHooks to see every request or to make
 // a chosen one fail.
 //
@@ -30,6 +31,11 @@ class CVMem {
   static void* Allocate(unsigned int size, const char* file, int line);
   // Frees a block from Allocate. Deallocate(nullptr) is harmless.
   static void Deallocate(void* block);
+  // The same, given the `size` the block was allocated (or last
+  // reallocated) with, which lets the default allocator keep a small block
+  // in its thread's cache for the next request of that size (see
+  // BlockCacheLimit). Hooks see it as Deallocate(block).
+  static void Deallocate(void* block, unsigned int size);
   // True iff hooks are installed (SetHooks with non-null hooks).
   static bool HasHooks();
   // Resizes a block from Allocate to `size` bytes as realloc does: the first

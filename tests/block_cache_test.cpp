@@ -162,6 +162,50 @@ TEST_F(BlockCache, EndingThreadsFreeWhatTheyCached) {
   EXPECT_EQ(g_live_bytes.load(), baseline);
 }
 
+// Arrays of every size up to past the cached ones, built and dropped again
+// and again (a cached block grows by realloc once it passes 1 KiB), and then
+// across hooks that forward to malloc: blocks the hooks made, of exactly
+// their size, must never be cached for a larger request of their class
+// (AddressSanitizer would see the overflow).
+void FillAndCheck(int count) {
+  CVBundle::StringArray texts;
+  CVBundle::BundleArray records;
+  for (int i = 0; i < count; ++i) {
+    CVString text(("element number " + std::to_string(i)).c_str());
+    ASSERT_EQ(_quarn_vi::AppendByMove(texts, text), 1);
+    CVBundle record;
+    record.SetInt("i", i);
+    ASSERT_EQ(_quarn_vi::AppendByMove(records, record), 1);
+  }
+  ASSERT_EQ(texts.m_nSize, count);
+  for (int i = 0; i < count; i += 7) {
+    EXPECT_TRUE(texts.m_pData[i] == CVString(("element number " + std::to_string(i)).c_str()));
+    EXPECT_EQ(records.m_pData[i].GetInt("i"), i);
+  }
+}
+
+void* ExactAllocate(unsigned int size, const char*, int, void*) { return std::malloc(size); }
+void ForwardFree(void* block, void*) { std::free(block); }
+
+TEST_F(BlockCache, ArraysOfEverySizeAcrossForwardingHooks) {
+  for (int round = 0; round < 3; ++round) {
+    for (int count : {1, 2, 5, 9, 33, 63, 64, 65, 130, 400}) FillAndCheck(count);
+  }
+  CVBundle::StringArray made_before;
+  made_before.SetSize(3, -1);
+  const _quarn_vi::CVMemHooks forwarding{ExactAllocate, ForwardFree, nullptr};
+  CVMem::SetHooks(&forwarding);
+  CVBundle::StringArray made_under_hooks;
+  made_under_hooks.SetSize(5, -1);  // 5 * 32 = 160 bytes, exactly
+  made_before.SetSize(0, -1);      // a default block freed through the hooks
+  CVMem::SetHooks(nullptr);
+  made_under_hooks.SetSize(0, -1);  // must not be cached as a block of its class (168 bytes)
+  CVBundle::BundleArray later;
+  ASSERT_EQ(later.SetSize(21, -1), 1);  // 21 * 8 = 168 bytes
+  for (int i = 0; i < 21; ++i) later.m_pData[i].SetInt("i", i);
+  for (int count : {5, 400}) FillAndCheck(count);
+}
+
 #if defined(__SANITIZE_ADDRESS__)
 // A cached block is poisoned: reading a freed text is still reported.
 TEST_F(BlockCache, AUseOfACachedBlockIsReported) {

@@ -91,7 +91,7 @@ class CVArray {
   void Release() {
     if (m_pData != nullptr) {
       DestroyRange(m_pData, 0, m_nSize);
-      CVMem::Deallocate(m_pData);
+      CVMem::Deallocate(m_pData, static_cast<unsigned int>(sizeof(T) * static_cast<size_t>(m_nMaxSize)));
       m_pData = nullptr;
     }
   }
@@ -154,7 +154,7 @@ int CVArray<T, ARG>::SetSize(int newSize, int growBy) {
     data = static_cast<T*>(block);
     std::memcpy(static_cast<void*>(data), static_cast<const void*>(m_pData),
                 sizeof(T) * static_cast<size_t>(m_nSize));
-    CVMem::Deallocate(m_pData);
+    CVMem::Deallocate(m_pData, static_cast<unsigned int>(sizeof(T) * static_cast<size_t>(m_nMaxSize)));
   } else {
     // Nobody sees the requests: realloc gives the same bytes, and moves a
     // large block by remapping its pages rather than copying them. Since the
