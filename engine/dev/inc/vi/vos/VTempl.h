@@ -41,11 +41,10 @@ inline constexpr const char kVArrayAllocTag[] = "../../../engine/dev/inc/vi/vos/
 inline constexpr int kVArrayFirstBlockLine = 614;
 inline constexpr int kVArrayGrowLine = 660;
 // Without hooks, a growth to at most this many bytes takes a new block and
-// copies rather than calling realloc: malloc and free serve blocks this
-// small from their per-thread cache, which realloc's own allocation skips
-// (a record's short lists, 1 then 5 slots: 9,700 instructions fewer per
-// build of the 20-POI answer, callgrind). Larger blocks go to realloc,
-// which remaps a large block instead of copying it.
+// copies rather than calling realloc: blocks this small come from the
+// thread's block cache (CVMem::BlockCacheLimit), which realloc would skip (a
+// record's short lists, 1 then 5 slots). Larger blocks go to realloc, which
+// remaps a large block instead of copying it.
 inline constexpr unsigned int kVArrayCopyGrowthBytes = 1024;
 
 template <class T, class ARG>
