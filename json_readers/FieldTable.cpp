@@ -28,11 +28,6 @@ std::vector<const char*> MemberNames(const FieldRow* rows, int count) {
   return names;
 }
 
-const CVString& DecimalFormat() {
-  static const CVString format("%d");
-  return format;
-}
-
 // The most keys a row stores.
 int KeysOf(const FieldRow& row) {
   switch (row.reader) {
@@ -85,7 +80,7 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
   m_keys = keys.release();
 }
 
-void FieldTable::Read(cJSON* object, CVBundle& out) const {
+void FieldTable::ReadRows(cJSON* object, const CVString* lead_key, CVString* lead, CVBundle& out) const {
   cJSON* slots[kMaxRows];
   // Room for what the present members can store, not for every row: the
   // room of a row whose member the answer leaves out would stay in the
@@ -108,7 +103,12 @@ void FieldTable::Read(cJSON* object, CVBundle& out) const {
       if (IsJsonString(member) && (bytes == nullptr || bytes[0] == 0)) --keys;
     }
   }
-  out.Reserve(out.GetCount() + keys);
+  if (lead_key != nullptr) {
+    out.Reserve(out.GetCount() + keys + 1);
+    out.SetString(*lead_key, std::move(*lead));
+  } else {
+    out.Reserve(out.GetCount() + keys);
+  }
   for (int i = 0; i < m_count; ++i) {
     if (slots[i] == nullptr && ((m_needsMember >> i) & 1) != 0) continue;
     const FieldRow& row = m_rows[i];
@@ -218,7 +218,7 @@ void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out
   int value = start;
   if (!JsonReadInt(member, &value)) diag::SkipMember(member, kWantInt);
   CVString text;
-  text.Format(DecimalFormat(), value);
+  CVString::AssignDecimal(text, value);
   out.SetString(key, std::move(text));
 }
 
