@@ -137,8 +137,13 @@ class CVBundle {
   // The caller constructs the value. Null when CVMem refused to unshare.
   Entry* Slot(const CVString& key, ValueType type);
   Entry* SlotSlow(const CVString& key, ValueType type);
-  // The entry at `position` of the own block, its value destroyed.
-  Entry* ReplaceAt(int position, ValueType type);
+  // Slot's common case only: a new entry for a permanent `key` that is not
+  // present, appended to the own block with room and no counted keys. Null,
+  // changing nothing, in every other case.
+  Entry* AppendSlot(const CVString& key, ValueType type);
+  // The setters' paths for what AppendSlot does not take.
+  void SetScalarSlow(const CVString& key, ValueType type, int value);
+  void SetStringSlow(const CVString& key, CVString&& value);
   // Makes the block this bundle's own (copy on write); false, changing
   // nothing, when CVMem refuses a copied array its block.
   bool Detach();

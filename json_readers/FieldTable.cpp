@@ -109,43 +109,48 @@ void FieldTable::ReadRows(cJSON* object, const CVString* lead_key, CVString* lea
   } else {
     out.Reserve(out.GetCount() + keys);
   }
-  for (int i = 0; i < m_count; ++i) {
-    if (slots[i] == nullptr && ((m_needsMember >> i) & 1) != 0) continue;
-    const FieldRow& row = m_rows[i];
-    const CVString& key = m_keys[i];
-    switch (row.reader) {
+  // The row, its key and its member advance together; the row count is
+  // not read again after each store. (Indexing the three arrays by row and
+  // reading the count after every call cost some 10 instructions a row.)
+  const FieldRow* row = m_rows;
+  const CVString* key = m_keys;
+  cJSON** const end = slots + m_count;
+  for (cJSON** slot = slots; slot != end; ++slot, ++row, ++key) {
+    cJSON* member = *slot;
+    if (member == nullptr && ((m_needsMember >> (slot - slots)) & 1) != 0) continue;
+    switch (row->reader) {
       case FieldReader::kInt:
-        field::StoreInt(slots[i], key, out);
+        field::StoreInt(member, *key, out);
         break;
       case FieldReader::kBool:
-        field::StoreBool(slots[i], key, out);
+        field::StoreBool(member, *key, out);
         break;
       case FieldReader::kString:
-        field::StoreString(slots[i], key, out);
+        field::StoreString(member, *key, out);
         break;
       case FieldReader::kStringArray:
-        field::StoreStringArray(slots[i], key, out);
+        field::StoreStringArray(member, *key, out);
         break;
       case FieldReader::kTextIfNotEmpty:
-        field::StoreTextIfNotEmpty(slots[i], key, out);
+        field::StoreTextIfNotEmpty(member, *key, out);
         break;
       case FieldReader::kIntAsText:
-        field::StoreIntAsText(slots[i], row.start, key, out);
+        field::StoreIntAsText(member, row->start, *key, out);
         break;
       case FieldReader::kIntAlways:
-        field::StoreIntAlways(slots[i], row.start, row.convert, key, out);
+        field::StoreIntAlways(member, row->start, row->convert, *key, out);
         break;
       case FieldReader::kRecord:
-        field::StoreRecord(slots[i], row.table(), row.keep, key, out);
+        field::StoreRecord(member, row->table(), row->keep, *key, out);
         break;
       case FieldReader::kFlat:
-        if (UsableObject(slots[i])) row.table().Read(slots[i], out);
+        if (UsableObject(member)) row->table().Read(member, out);
         break;
       case FieldReader::kList:
-        field::StoreList(slots[i], row.table(), row.keep, key, out);
+        field::StoreList(member, row->table(), row->keep, *key, out);
         break;
       case FieldReader::kCustom:
-        row.custom->read(slots[i], key, out);
+        row->custom->read(member, *key, out);
         break;
     }
   }
