@@ -550,6 +550,30 @@ VBUNDLE_NOINLINE void CVBundle::SetStringSlow(const CVString& key, CVString&& va
   if (e != nullptr) new (e->s) CVString(std::move(value));
 }
 
+// The entry is appended before the text is decoded into it; when decoding
+// throws (std::bad_alloc for a long text), the entry is taken back (its key
+// and type are left beyond the size, and the index is built again), so the
+// bundle is as it was.
+void CVBundle::SetStringUtf8(const CVString& key, const char* text) {
+  Entry* e = AppendSlot(key, kString);
+  if (e == nullptr) return SetStringUtf8Slow(key, text);
+  CVString* value = new (e->s) CVString();
+  try {
+    CVString::AssignUtf8Terminated(*value, text);
+  } catch (...) {
+    value->CVString::~CVString();
+    --m_rep->size;
+    m_rep->RebuildIndex();
+    throw;
+  }
+}
+
+VBUNDLE_NOINLINE void CVBundle::SetStringUtf8Slow(const CVString& key, const char* text) {
+  CVString value;
+  CVString::AssignUtf8Terminated(value, text);
+  SetStringSlow(key, std::move(value));
+}
+
 void CVBundle::SetBundle(const CVString& key, const CVBundle& value) {
   SetBundle(key, CVBundle(value));
 }

@@ -7,6 +7,13 @@
 #include <memory>
 #include <utility>
 
+// Keeps a rare path out of its caller's frame.
+#if defined(__GNUC__)
+#define FIELDTABLE_NOINLINE __attribute__((noinline))
+#else
+#define FIELDTABLE_NOINLINE
+#endif
+
 namespace _quarn_framework {
 
 namespace {
@@ -189,10 +196,31 @@ int StoreBool(cJSON* member, const CVString& key, CVBundle& out) {
   return 1;
 }
 
-int StoreString(cJSON* member, const CVString& key, CVBundle& out) {
+namespace {
+
+// The readers of text for a member that is not a string (absent, a number,
+// ...): a function of their own, so that the string case, decoded straight
+// into the bundle, needs no frame.
+FIELDTABLE_NOINLINE int StoreOtherText(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
   if (!JsonReadText(member, &text)) return diag::SkipMember(member, kWantText), 0;
   out.SetString(key, std::move(text));
+  return 1;
+}
+
+FIELDTABLE_NOINLINE int StoreOtherTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
+  CVString text;
+  if (!JsonReadText(member, &text)) diag::SkipMember(member, kWantText);
+  if (text.IsEmpty()) return 0;
+  out.SetString(key, std::move(text));
+  return 1;
+}
+
+}  // namespace
+
+int StoreString(cJSON* member, const CVString& key, CVBundle& out) {
+  if (!IsJsonString(member)) return StoreOtherText(member, key, out);
+  out.SetStringUtf8(key, member->valuestring);
   return 1;
 }
 
@@ -212,10 +240,12 @@ int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
 }
 
 int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
-  CVString text;
-  if (!JsonReadText(member, &text)) diag::SkipMember(member, kWantText);
-  if (text.IsEmpty()) return 0;
-  out.SetString(key, std::move(text));
+  if (!IsJsonString(member)) return StoreOtherTextIfNotEmpty(member, key, out);
+  // Bytes decode to at least one unit each (an invalid one to U+FFFD), so
+  // the text is empty iff the bytes are.
+  const char* bytes = member->valuestring;
+  if (bytes == nullptr || bytes[0] == 0) return 0;
+  out.SetStringUtf8(key, bytes);
   return 1;
 }
 
