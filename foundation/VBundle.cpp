@@ -438,9 +438,10 @@ int CVBundle::ContainsKey(const CVString& key) const {
 // index slot where it goes (looking up, then probing again to enter it, cost
 // 109 instructions an entry on the 20-POI answer). Every other case (a
 // present key included) returns null having changed nothing, and the caller
-// goes to Slot's general path out of line: with no call on the common path,
-// the setters save no registers (the SetString and SetInt calls of the
-// 20-POI answer took 76 and 73 instructions each; 50 and 45 so).
+// goes to the general path (SlotSlow) out of line. Measured on the 20-POI
+// answer: a store takes some 75 instructions, a third of them the checks;
+// keeping calls and replacements off this path saved 5,700 instructions a
+// build.
 VBUNDLE_ALWAYS_INLINE CVBundle::Entry* CVBundle::AppendSlot(const CVString& key, ValueType type) {
   Rep* rep = m_rep;
   const KeyRep* permanent = key.PermanentRep();
