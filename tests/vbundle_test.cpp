@@ -167,6 +167,49 @@ TEST(VBundle, PermanentKeysStoredAgainKeepTheirEntryAtEverySize) {
   }
 }
 
+// A text stored from UTF-8 is the string SetString stores after decoding,
+// whichever path the store takes: a new permanent key into room (with and
+// without an index), a present key, an ordinary key, a block without room,
+// a block shared with a copy (which keeps its value).
+TEST(VBundle, TextsStoredFromUtf8AreTheDecodedStrings) {
+  static const CVString key("place_text", CVString::Permanent());
+  static std::vector<CVString> others;  // permanent texts live until exit anyway
+  for (size_t i = others.size(); i < 20; ++i) {
+    others.emplace_back(("other_" + std::to_string(i)).c_str(), CVString::Permanent());
+  }
+  const char* texts[] = {nullptr, "", "abc", "123456789", "1234567890", "a text longer than the inline room",
+                         "\xFF\xC3", "caf\xC3\xA9 \xF0\x9F\x98\x80"};
+  enum Way { kRoom, kRoomIndexed, kPresent, kOrdinary, kNoRoom, kShared };
+  for (const char* text : texts) {
+    for (Way way : {kRoom, kRoomIndexed, kPresent, kOrdinary, kNoRoom, kShared}) {
+      SCOPED_TRACE(testing::Message() << "text " << (text ? text : "(null)") << ", way " << way);
+      const CVString k = way == kOrdinary ? CVString("place_text") : key;
+      auto fill = [way](CVBundle& b) {
+        b.Reserve(way == kNoRoom ? 1 : 24);
+        for (int i = 0, n = way == kRoomIndexed ? 20 : 2; i < n; ++i) b.SetInt(others[i], i);
+        if (way == kPresent) b.SetInt(key, 5);
+      };
+      CVBundle expected;
+      fill(expected);
+      CVString decoded;
+      CVString::AssignUtf8Terminated(decoded, text);
+      expected.SetString(k, std::move(decoded));
+      CVBundle b;
+      fill(b);
+      const CVBundle copy = b;  // shares the block
+      if (way != kShared) {
+        b = CVBundle();  // a block of its own again
+        fill(b);
+      }
+      b.SetStringUtf8(k, text);
+      EXPECT_EQ(ToJson(b), ToJson(expected));
+      ASSERT_NE(b.GetString(key), nullptr);
+      EXPECT_EQ(*b.GetString(key), *expected.GetString(key));
+      EXPECT_EQ(copy.GetString(key), nullptr);
+    }
+  }
+}
+
 TEST(VBundle, EqualityIgnoresKeyOrderButNotTypes) {
   CVBundle a, b;
   a.SetInt("x", 1);

@@ -57,6 +57,38 @@ TEST(VString, WtoiFollowsAtoi) {
   EXPECT_EQ(_quarn_vi::_wtoi(nullptr), 0);
 }
 
+// An int's decimal text at every length class: inline up to nine
+// characters, a block for ten and eleven; "%d" through Format gives the same.
+TEST(VString, DecimalTextOfAnInt) {
+  struct Case {
+    int value;
+    const char* text;
+  } cases[] = {
+      {0, "0"},
+      {-1, "-1"},
+      {7, "7"},
+      {123456789, "123456789"},     // nine characters
+      {-12345678, "-12345678"},
+      {1000000000, "1000000000"},   // ten
+      {-123456789, "-123456789"},
+      {INT_MAX, "2147483647"},
+      {-1000000000, "-1000000000"},  // eleven
+      {INT_MIN, "-2147483648"},
+  };
+  const unsigned short percent_d[] = {'%', 'd', 0};
+  for (const Case& c : cases) {
+    for (const char* before : {"", "a text that lives in a block of its own"}) {
+      CVString assigned(before);
+      CVString::AssignDecimal(assigned, c.value);
+      EXPECT_EQ(assigned.ToUtf8(), c.text) << c.value;
+      EXPECT_EQ(assigned.Data()[assigned.GetLength()], 0) << c.value;
+      CVString formatted(before);
+      formatted.Format(percent_d, c.value);
+      EXPECT_EQ(formatted, assigned) << c.value;
+    }
+  }
+}
+
 // Decoding follows the WHATWG rule: one U+FFFD per maximal invalid subpart.
 TEST(VString, Utf8ToUnicode) {
   const unsigned R = 0xFFFD;
