@@ -201,13 +201,17 @@ int CJsonObjParser::ProcessTelNum(char* text) {
   while (*p != 0) {
     const char* number = p;
     int sep = 0;
-    while (*p != 0 && (sep = SeparatorAt(p)) == 0) ++p;
+    for (;;) {  // strcspn skips the bytes that start no separator
+      p += std::strcspn(p, ";,\xEF");
+      if (*p == 0 || (sep = SeparatorAt(p)) != 0) break;
+      ++p;
+    }
     const char* number_end = p;
     while (number < number_end && IsTelSpace(*number)) ++number;
     while (number_end > number && IsTelSpace(number_end[-1])) --number_end;
     if (number_end > number) {
       if (out != text) *out++ = ',';
-      std::memmove(out, number, static_cast<size_t>(number_end - number));
+      if (out != number) std::memmove(out, number, static_cast<size_t>(number_end - number));
       out += number_end - number;
     }
     if (*p != 0) p += sep;

@@ -216,6 +216,10 @@ TEST(JsonReaders, ProcessTelNum) {
       {";;;", ""},
       {"", ""},
       {"400-800-8888\xEF\xBC\x8C\xEF\xBC\x8C", "400-800-8888"},
+      // 0xEF bytes that start no separator stay in the number
+      {"\xEF\xBC\x88" "010\xEF\xBC\x89" "1;2\xEF", "\xEF\xBC\x88" "010\xEF\xBC\x89" "1,2\xEF"},
+      {"5\xEF\xBC", "5\xEF\xBC"},
+      {"\xEF\xEF\xBC\x9B" "6", "\xEF,6"},
   };
   for (const Case& c : cases) {
     char buffer[80];
