@@ -124,11 +124,13 @@ check-o2: deps-test
 	cmake --build $(CHECK_O2_DIR) -j $(JOBS)
 	cd $(CHECK_O2_DIR) && ctest --output-on-failure -j $(JOBS) -LE package
 
-# The concurrency test alone, built with g++ under ThreadSanitizer.
+# The concurrency test and the block cache's (blocks freed on other threads
+# than made them), built with g++ under ThreadSanitizer.
 check-tsan: deps-test
 	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPOIPARSER_SANITIZE=thread >/dev/null
-	cmake --build $(TSAN_DIR) -j $(JOBS) --target concurrency_tests
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target concurrency_tests block_cache_tests
 	TSAN_OPTIONS=halt_on_error=1 ./$(TSAN_DIR)/tests/concurrency_tests
+	TSAN_OPTIONS=halt_on_error=1 ./$(TSAN_DIR)/tests/block_cache_tests
 
 # The whole suite on a build whose CJsonDocument stands on cJSON alone; the
 # package test then checks that the package files do without simdjson.
