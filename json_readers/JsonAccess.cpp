@@ -58,28 +58,49 @@ JsonMemberTable::NameKey JsonMemberTable::KeyOf(const char* name, size_t length)
   return key;
 }
 
+// Each name of m_text follows the mask of its bytes in a block
+// (NameBytesMask), which the comparison with a member's name takes from
+// there: one load from the name's address.
+using _quarn_vi::ByteMask;
+static ByteMask MaskBefore(const char* name) {
+  ByteMask mask;
+  std::memcpy(&mask, name - sizeof(mask), sizeof(mask));
+  return mask;
+}
+
 JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   uint32_t slots = 8;
   while (slots < static_cast<uint32_t>(count) * 2) slots *= 2;
   m_index.assign(slots, 0);
   m_mask = slots - 1;
   m_names.reserve(static_cast<size_t>(count));
+  m_keys.reserve(static_cast<size_t>(count));
   m_next.reset(new std::atomic<uint16_t>[static_cast<size_t>(count) + 1]);
-  for (int i = 0; i <= count; ++i) m_next[i].store(0, std::memory_order_relaxed);
+  for (int i = 0; i <= count; ++i) m_next[i].store(0, std::memory_order_relaxed);  // names[0]
+  size_t text_size = 32;
+  for (int i = 0; i < count; ++i) text_size += sizeof(ByteMask) + std::strlen(names[i]) + 1;
+  m_text.reset(new char[text_size]());
+  char* text = m_text.get() + 16;
   for (int i = 0; i < count; ++i) {
-    Name name{names[i], KeyOf(names[i], std::strlen(names[i]))};
-    for (uint32_t slot = HashOf(name.key) & m_mask;; slot = (slot + 1) & m_mask) {
+    const size_t length = std::strlen(names[i]);
+    const ByteMask mask = _quarn_vi::NameBytesMask(length);
+    std::memcpy(text, &mask, sizeof(mask));
+    text += sizeof(mask);
+    std::memcpy(text, names[i], length);  // the NUL is the buffer's zero
+    const NameKey key = KeyOf(text, length);
+    for (uint32_t slot = HashOf(key) & m_mask;; slot = (slot + 1) & m_mask) {
       if (m_index[slot] == 0) {
         m_index[slot] = static_cast<uint16_t>(i + 1);
         break;
       }
-      const Name& other = m_names[m_index[slot] - 1u];
-      if (std::strcmp(other.text, name.text) == 0) {
+      if (std::strcmp(m_names[m_index[slot] - 1u], text) == 0) {
         m_repeats.push_back(Repeat{i, m_index[slot] - 1});
         break;
       }
     }
-    m_names.push_back(name);
+    m_names.push_back(text);
+    m_keys.push_back(key);
+    text += length + 1;
   }
 }
 
@@ -87,39 +108,65 @@ int JsonMemberTable::Find(const char* name) const {
   const size_t length = std::strlen(name);
   const NameKey key = KeyOf(name, length);
   for (uint32_t slot = HashOf(key) & m_mask; m_index[slot] != 0; slot = (slot + 1) & m_mask) {
-    const int f = m_index[slot] - 1;
-    const Name& candidate = m_names[static_cast<size_t>(f)];
+    const size_t f = m_index[slot] - 1u;
     // Names longer than 16 bytes also compare their middle bytes.
-    if (candidate.key == key && (length <= 16 || std::memcmp(candidate.text + 8, name + 8, length - 16) == 0)) {
-      return f;
+    if (m_keys[f] == key && (length <= 16 || std::memcmp(m_names[f] + 8, name + 8, length - 16) == 0)) {
+      return static_cast<int>(f);
     }
   }
   return -1;
 }
 
+__attribute__((noinline)) int JsonMemberTable::FindAndGuess(const char* name, size_t previous) const {
+  // The guess differs, unless it does not fit the rest of the text's first
+  // block (a long name, or a text near the block's end).
+  const size_t guess = m_next[previous].load(std::memory_order_relaxed);
+  const size_t length = m_keys[guess].length;
+  if ((reinterpret_cast<uintptr_t>(name) & 15) + length >= 16 &&
+      _quarn_vi::TerminatedTextEquals(name, m_names[guess], length)) {
+    return static_cast<int>(guess);
+  }
+  const int f = Find(name);
+  if (f >= 0) m_next[previous].store(static_cast<uint16_t>(f), std::memory_order_relaxed);
+  return f;
+}
+
+// Sets the n slots to null: the few of a small table (a nested object's)
+// with two overlapping stores, cheaper than a call of memset.
+static void ClearSlots(cJSON** slots, size_t n) {
+#if defined(__SSE2__)
+  if (n - 2 <= 2) {  // 2 to 4
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(slots), _mm_setzero_si128());
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(slots + n - 2), _mm_setzero_si128());
+    return;
+  }
+#endif
+  if (n != 0) std::memset(static_cast<void*>(slots), 0, n * sizeof(*slots));
+}
+
 int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights) const {
-  const int count = Count();
-  for (int i = 0; i < count; ++i) slots[i] = nullptr;
-  if (!IsJsonObject(object)) return 0;
+  const size_t count = m_names.size();
+  ClearSlots(slots, count);
+  if (!IsJsonObject(object) || count == 0) return 0;
+  const char* const* const names = m_names.data();
+  const std::atomic<uint16_t>* const next = m_next.get();
   int weight = 0;
-  int previous = 0;  // m_next's position for the last member found
+  size_t previous = count;  // m_next's entry for the last member found
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
-    const char* name = m->string;
-    if (name == nullptr) continue;
-    const int guess = m_next[previous].load(std::memory_order_relaxed) - 1;
-    int f = -1;
-    if (guess >= 0 && std::strcmp(m_names[static_cast<size_t>(guess)].text, name) == 0) {
-      f = guess;
-    } else {
-      f = Find(name);
-      if (f < 0) continue;
-      m_next[previous].store(static_cast<uint16_t>(f + 1), std::memory_order_relaxed);
+    const char* text = m->string;
+    if (text == nullptr) continue;
+    size_t f = next[previous].load(std::memory_order_relaxed);
+    const char* guess = names[f];
+    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlock(text, guess, MaskBefore(guess)), 0)) {
+      const int found = FindAndGuess(text, previous);
+      if (found < 0) continue;
+      f = static_cast<size_t>(found);
     }
     if (slots[f] == nullptr) {  // the first of duplicates wins
       slots[f] = m;
       weight += weights[f];
     }
-    previous = f + 1;
+    previous = f;
   }
   for (const Repeat& repeat : m_repeats) {
     if (slots[repeat.same_as] != nullptr) {
