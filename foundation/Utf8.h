@@ -464,8 +464,8 @@ inline ByteMask NameBytesMask(size_t length) { return length < 16 ? FirstBytes(l
 // block count as differing.
 POIPARSER_INLINE_BLOCK_READS inline ByteMask DifferingFirstBytes(const char* text, const char* name) {
   const uintptr_t address = reinterpret_cast<uintptr_t>(text);
-  const unsigned skip = static_cast<unsigned>(address & 15);  // the block's bytes before the text
-  const ByteMask equal = EqualBytes(address - skip, name - skip);
+  const uintptr_t skip = address & 15;  // the block's bytes before the text
+  const ByteMask equal = EqualBytes(address & ~uintptr_t{15}, name - skip);
 #if defined(__SSE2__)
   return ~equal >> skip;  // the 16 bits above the block's shift in as ones
 #else

@@ -162,8 +162,9 @@ int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights
       if (found < 0) continue;
       f = static_cast<size_t>(found);
     }
-    if (slots[f] == nullptr) {  // the first of duplicates wins
-      slots[f] = m;
+    cJSON** const slot = slots + f;
+    if (*slot == nullptr) {  // the first of duplicates wins
+      *slot = m;
       weight += weights[f];
     }
     previous = f;
