@@ -4,6 +4,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "foundation/Utf8.h"
@@ -58,15 +59,26 @@ JsonMemberTable::NameKey JsonMemberTable::KeyOf(const char* name, size_t length)
   return key;
 }
 
-// Each name of m_text follows the mask of its bytes in a block
-// (NameBytesMask), which the comparison with a member's name takes from
-// there: one load from the name's address.
+// A name's record, in m_records. The objects a table reads (the POIs of a
+// list) mostly list their members in the same order, so each record
+// remembers which of the table's names followed its name last time (the
+// object start's record: which came first). A member that is its
+// predecessor's guess costs one comparison with that name instead of its
+// length, key and hash probe. Guesses are hints only: Gather's result never
+// depends on them. They start as names[0].
 using _quarn_vi::ByteMask;
-static ByteMask MaskBefore(const char* name) {
-  ByteMask mask;
-  std::memcpy(&mask, name - sizeof(mask), sizeof(mask));
-  return mask;
-}
+struct JsonMemberTable::Record {
+  mutable std::atomic<const Record*> next;  // the guess
+  ByteMask mask;                    // NameBytesMask of the name
+  uint16_t index;                   // in the table
+  // The name and its NUL follow.
+  const char* Name() const { return reinterpret_cast<const char*>(this + 1); }
+  static Record* Of(const char* name) {
+    return reinterpret_cast<Record*>(const_cast<char*>(name)) - 1;
+  }
+  // The room of a record for a name of `length` bytes, in words.
+  static size_t Words(size_t length) { return (sizeof(Record) + length + 1 + 7) / 8; }
+};
 
 JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   uint32_t slots = 8;
@@ -75,18 +87,16 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   m_mask = slots - 1;
   m_names.reserve(static_cast<size_t>(count));
   m_keys.reserve(static_cast<size_t>(count));
-  m_next.reset(new std::atomic<uint16_t>[static_cast<size_t>(count) + 1]);
-  for (int i = 0; i <= count; ++i) m_next[i].store(0, std::memory_order_relaxed);  // names[0]
-  size_t text_size = 32;
-  for (int i = 0; i < count; ++i) text_size += sizeof(ByteMask) + std::strlen(names[i]) + 1;
-  m_text.reset(new char[text_size]());
-  char* text = m_text.get() + 16;
+  size_t words = Record::Words(0) + 2;  // the start's record and 16 bytes of zeros
+  for (int i = 0; i < count; ++i) words += Record::Words(std::strlen(names[i]));
+  m_records.reset(new uint64_t[words]());
+  uint64_t* at = m_records.get() + Record::Words(0);
   for (int i = 0; i < count; ++i) {
     const size_t length = std::strlen(names[i]);
-    const ByteMask mask = _quarn_vi::NameBytesMask(length);
-    std::memcpy(text, &mask, sizeof(mask));
-    text += sizeof(mask);
+    Record* record = new (at) Record{{nullptr}, _quarn_vi::NameBytesMask(length), static_cast<uint16_t>(i)};
+    char* text = const_cast<char*>(record->Name());
     std::memcpy(text, names[i], length);  // the NUL is the buffer's zero
+    at += Record::Words(length);
     const NameKey key = KeyOf(text, length);
     for (uint32_t slot = HashOf(key) & m_mask;; slot = (slot + 1) & m_mask) {
       if (m_index[slot] == 0) {
@@ -100,8 +110,10 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
     }
     m_names.push_back(text);
     m_keys.push_back(key);
-    text += length + 1;
   }
+  const Record* first = count > 0 ? Record::Of(m_names[0]) : nullptr;
+  new (m_records.get()) Record{{first}, 0, 0};
+  for (const char* name : m_names) Record::Of(name)->next.store(first, std::memory_order_relaxed);
 }
 
 int JsonMemberTable::Find(const char* name) const {
@@ -117,18 +129,21 @@ int JsonMemberTable::Find(const char* name) const {
   return -1;
 }
 
-__attribute__((noinline)) int JsonMemberTable::FindAndGuess(const char* name, size_t previous) const {
+__attribute__((noinline)) const JsonMemberTable::Record* JsonMemberTable::FindAndGuess(
+    const char* name, std::atomic<const Record*>* previous) const {
   // The guess differs, unless it does not fit the rest of the text's first
   // block (a long name, or a text near the block's end).
-  const size_t guess = m_next[previous].load(std::memory_order_relaxed);
-  const size_t length = m_keys[guess].length;
+  const Record* guess = previous->load(std::memory_order_relaxed);
+  const size_t length = m_keys[guess->index].length;
   if ((reinterpret_cast<uintptr_t>(name) & 15) + length >= 16 &&
-      _quarn_vi::TerminatedTextEquals(name, m_names[guess], length)) {
-    return static_cast<int>(guess);
+      _quarn_vi::TerminatedTextEquals(name, guess->Name(), length)) {
+    return guess;
   }
   const int f = Find(name);
-  if (f >= 0) m_next[previous].store(static_cast<uint16_t>(f), std::memory_order_relaxed);
-  return f;
+  if (f < 0) return nullptr;
+  const Record* found = Record::Of(m_names[static_cast<size_t>(f)]);
+  previous->store(found, std::memory_order_relaxed);
+  return found;
 }
 
 // Sets the n slots to null: the few of a small table (a nested object's)
@@ -148,26 +163,24 @@ int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights
   const size_t count = m_names.size();
   ClearSlots(slots, count);
   if (!IsJsonObject(object) || count == 0) return 0;
-  const char* const* const names = m_names.data();
-  const std::atomic<uint16_t>* const next = m_next.get();
   int weight = 0;
-  size_t previous = count;  // m_next's entry for the last member found
+  // The guess of the next member: the last one found's.
+  std::atomic<const Record*>* previous = &reinterpret_cast<const Record*>(m_records.get())->next;
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
     const char* text = m->string;
     if (text == nullptr) continue;
-    size_t f = next[previous].load(std::memory_order_relaxed);
-    const char* guess = names[f];
-    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlock(text, guess, MaskBefore(guess)), 0)) {
-      const int found = FindAndGuess(text, previous);
-      if (found < 0) continue;
-      f = static_cast<size_t>(found);
+    const Record* record = previous->load(std::memory_order_relaxed);
+    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlock(text, record->Name(), record->mask), 0)) {
+      record = FindAndGuess(text, previous);
+      if (record == nullptr) continue;
     }
+    previous = &record->next;
+    const size_t f = record->index;
     cJSON** const slot = slots + f;
     if (*slot == nullptr) {  // the first of duplicates wins
       *slot = m;
       weight += weights[f];
     }
-    previous = f;
   }
   for (const Repeat& repeat : m_repeats) {
     if (slots[repeat.same_as] != nullptr) {

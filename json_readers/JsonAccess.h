@@ -147,32 +147,27 @@ class JsonMemberTable {
   }
   // The index of the first of names equal to `name`, or -1.
   int Find(const char* name) const;
-  // Find for a member that was not the guess after m_next[previous], which
-  // then guesses it.
-  int FindAndGuess(const char* name, size_t previous) const;
+  // A name's record: its text, and the guess of the member after it
+  // (defined in JsonAccess.cpp).
+  struct Record;
+  // The record of the member `name`, which was not the guess at *previous,
+  // or null; *previous then guesses it.
+  const Record* FindAndGuess(const char* name, std::atomic<const Record*>* previous) const;
 
   // A name equal to an earlier one: its slot copies the earlier one's.
   struct Repeat {
     int name;
     int same_as;
   };
-  // The names, each with its NUL and after the mask of its bytes in a
-  // block, one after the other between 16 bytes of zeros: a member's name
-  // is compared with a name 16 bytes at a time (see JsonAccess.cpp).
-  std::unique_ptr<char[]> m_text;
-  std::vector<const char*> m_names;  // in m_text
+  // The records, one after the other with 16 bytes of zeros after them,
+  // the first one (no name) an object's start's: a member's name is
+  // compared with a record's name 16 bytes at a time.
+  std::unique_ptr<uint64_t[]> m_records;
+  std::vector<const char*> m_names;  // the records' names, in table order
   std::vector<NameKey> m_keys;       // of m_names, for Find
   std::vector<Repeat> m_repeats;  // usually empty
   std::vector<uint16_t> m_index;  // open addressing by HashOf: name index + 1, 0 = free
   uint32_t m_mask = 0;
-  // The objects a table reads (the POIs of a list) mostly list their
-  // members in the same order, so each name remembers which of the table's
-  // names followed it last time: m_next[i] for names[i], m_next[Count()]
-  // for an object's first member (names[0] until a member is found). A
-  // member that is its predecessor's guess costs one comparison with that
-  // name instead of its length, key and hash probe. Guesses are hints only:
-  // Gather's result never depends on them.
-  std::unique_ptr<std::atomic<uint16_t>[]> m_next;
 };
 
 // ---- Scalar reads -----------------------------------------------------------
