@@ -69,15 +69,15 @@ JsonMemberTable::NameKey JsonMemberTable::KeyOf(const char* name, size_t length)
 using _quarn_vi::ByteMask;
 struct JsonMemberTable::Record {
   mutable std::atomic<const Record*> next;  // the guess
-  ByteMask mask;                    // NameBytesMask of the name
-  uint16_t index;                   // in the table
-  // The name and its NUL follow.
-  const char* Name() const { return reinterpret_cast<const char*>(this + 1); }
-  static Record* Of(const char* name) {
-    return reinterpret_cast<Record*>(const_cast<char*>(name)) - 1;
-  }
+  ByteMask mask;                            // NameBytesMask of the name
+  uint16_t index;                           // in the table
+  // The name and its NUL follow, at least 16 bytes after the record's
+  // start: the comparison reads up to 15 bytes before a name.
+  static constexpr size_t Head() { return sizeof(Record) > 16 ? sizeof(Record) : 16; }
+  const char* Name() const { return reinterpret_cast<const char*>(this) + Head(); }
+  static Record* Of(const char* name) { return reinterpret_cast<Record*>(const_cast<char*>(name) - Head()); }
   // The room of a record for a name of `length` bytes, in words.
-  static size_t Words(size_t length) { return (sizeof(Record) + length + 1 + 7) / 8; }
+  static size_t Words(size_t length) { return (Head() + length + 1 + 7) / 8; }
 };
 
 JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
