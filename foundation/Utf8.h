@@ -415,11 +415,11 @@ inline bool CopyTerminatedText(const char* text, PaddedText* copy) {
 // ones before it matched: the text then reaches into it. Reads no page that
 // holds no byte of the text.
 //
-// TerminatedTextInBlock, small enough to inline into a loop, answers for
-// the common case, a name that fits the rest of the text's first block
-// (`mask`, NameBytesMask(length), says where it ends); its false is
-// "different, or not within the block", which TerminatedTextEquals sorts
-// out.
+// TerminatedTextInBlocks, small enough to inline into a loop, answers for
+// the common case, a name that ends in the text's first kInlineBlocks
+// blocks (`mask`, NameBytesMask(length), says where it ends); its false is
+// "different, or ending beyond them", which TerminatedTextEquals sorts out
+// for a name that ends beyond them.
 
 // Portable form: byte by byte up to the first difference (at the latest the
 // text's NUL or the name's).
@@ -455,10 +455,6 @@ inline ByteMask FirstBytes(size_t n) {
   return static_cast<ByteMask>((uint64_t{2} << (kBitsPerByte * n - 1)) - 1);
 }
 
-// A name's bytes and its NUL as they lie from the start of a block; all
-// bits for a name of 16 bytes or more, which never fits one block.
-inline ByteMask NameBytesMask(size_t length) { return length < 16 ? FirstBytes(length + 1) : ~ByteMask{0}; }
-
 // The bytes of the text's first block that differ from the name's, from
 // the text's start on (bit 0: the text's first byte); the bytes past the
 // block count as differing.
@@ -473,9 +469,38 @@ POIPARSER_INLINE_BLOCK_READS inline ByteMask DifferingFirstBytes(const char* tex
 #endif
 }
 
-POIPARSER_INLINE_BLOCK_READS inline bool TerminatedTextInBlock(const char* text, const char* name, ByteMask mask) {
+#if defined(__SSE2__)
+// The blocks of the text that TerminatedTextInBlocks reads: a name that
+// ends beyond them is left to TerminatedTextEquals.
+constexpr size_t kInlineBlocks = 2;
+
+// A name's bytes and its NUL, a bit each, as TerminatedTextInBlocks wants
+// them; all bits for a name too long for two blocks.
+inline uint64_t NameBytesMask(size_t length) { return length < 63 ? (uint64_t{2} << length) - 1 : ~uint64_t{0}; }
+
+POIPARSER_INLINE_BLOCK_READS inline bool TerminatedTextInBlocks(const char* text, const char* name, uint64_t mask) {
+  const ByteMask differ = DifferingFirstBytes(text, name);
+  if (__builtin_expect((differ & mask) == 0, 1)) return true;  // within the first block
+  const uintptr_t address = reinterpret_cast<uintptr_t>(text);
+  const uintptr_t skip = address & 15;
+  if ((differ & (0xFFFFu >> skip)) != 0) return false;  // a difference in the first block
+  // The text's bytes in its first block are the name's, none its NUL: it
+  // goes on into the next block. Bit k: the text's byte k differs, from the
+  // second block's first on (16 - skip); ones from the block's end on.
+  const uint64_t next = ~uint64_t{EqualBytes((address & ~uintptr_t{15}) + 16, name - skip + 16)};
+  return ((next << (16 - skip)) & mask) == 0;
+}
+#else
+constexpr size_t kInlineBlocks = 1;
+
+// A name's bytes and its NUL as they lie from the start of a block; all
+// bits for a name of 16 bytes or more, which never fits one block.
+inline uint64_t NameBytesMask(size_t length) { return length < 16 ? FirstBytes(length + 1) : ~uint64_t{0}; }
+
+POIPARSER_INLINE_BLOCK_READS inline bool TerminatedTextInBlocks(const char* text, const char* name, uint64_t mask) {
   return (DifferingFirstBytes(text, name) & mask) == 0;
 }
+#endif
 
 POIPARSER_BLOCK_READS inline bool TerminatedTextEquals(const char* text, const char* name, size_t length) {
   const ByteMask differ = DifferingFirstBytes(text, name);
@@ -493,9 +518,9 @@ POIPARSER_BLOCK_READS inline bool TerminatedTextEquals(const char* text, const c
   }
 }
 #else
-using ByteMask = uint32_t;
-inline ByteMask NameBytesMask(size_t) { return 0; }
-inline bool TerminatedTextInBlock(const char*, const char*, ByteMask) { return false; }
+constexpr size_t kInlineBlocks = 0;
+inline uint64_t NameBytesMask(size_t) { return 0; }
+inline bool TerminatedTextInBlocks(const char*, const char*, uint64_t) { return false; }
 inline bool TerminatedTextEquals(const char* text, const char* name, size_t length) {
   return TerminatedTextEqualsPortable(text, name, length);
 }

@@ -66,10 +66,9 @@ JsonMemberTable::NameKey JsonMemberTable::KeyOf(const char* name, size_t length)
 // predecessor's guess costs one comparison with that name instead of its
 // length, key and hash probe. Guesses are hints only: Gather's result never
 // depends on them. They start as names[0].
-using _quarn_vi::ByteMask;
 struct JsonMemberTable::Record {
   mutable std::atomic<const Record*> next;  // the guess
-  ByteMask mask;                            // NameBytesMask of the name
+  uint64_t mask;                            // NameBytesMask of the name
   uint16_t index;                           // in the table
   // The name and its NUL follow, at least 16 bytes after the record's
   // start: the comparison reads up to 15 bytes before a name.
@@ -131,11 +130,11 @@ int JsonMemberTable::Find(const char* name) const {
 
 __attribute__((noinline)) const JsonMemberTable::Record* JsonMemberTable::FindAndGuess(
     const char* name, std::atomic<const Record*>* previous) const {
-  // The guess differs, unless it does not fit the rest of the text's first
-  // block (a long name, or a text near the block's end).
+  // The guess differs, unless it ends beyond the blocks that the inline
+  // comparison reads.
   const Record* guess = previous->load(std::memory_order_relaxed);
   const size_t length = m_keys[guess->index].length;
-  if ((reinterpret_cast<uintptr_t>(name) & 15) + length >= 16 &&
+  if ((reinterpret_cast<uintptr_t>(name) & 15) + length >= 16 * _quarn_vi::kInlineBlocks &&
       _quarn_vi::TerminatedTextEquals(name, guess->Name(), length)) {
     return guess;
   }
@@ -170,7 +169,7 @@ int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights
     const char* text = m->string;
     if (text == nullptr) continue;
     const Record* record = previous->load(std::memory_order_relaxed);
-    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlock(text, record->Name(), record->mask), 0)) {
+    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlocks(text, record->Name(), record->mask), 0)) {
       record = FindAndGuess(text, previous);
       if (record == nullptr) continue;
     }
