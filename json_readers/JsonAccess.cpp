@@ -67,7 +67,7 @@ JsonMemberTable::NameKey JsonMemberTable::KeyOf(const char* name, size_t length)
 // length, key and hash probe. Guesses are hints only: Gather's result never
 // depends on them. They start as names[0].
 struct JsonMemberTable::Record {
-  mutable std::atomic<const Record*> next;  // the guess
+  mutable std::atomic<const char*> next;  // the guess: its name
   uint64_t mask;                            // NameBytesMask of the name
   uint16_t index;                           // in the table
   // The name and its NUL follow, at least 16 bytes after the record's
@@ -110,7 +110,7 @@ JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
     m_names.push_back(text);
     m_keys.push_back(key);
   }
-  const Record* first = count > 0 ? Record::Of(m_names[0]) : nullptr;
+  const char* first = count > 0 ? m_names[0] : nullptr;
   new (m_records.get()) Record{{first}, 0, 0};
   for (const char* name : m_names) Record::Of(name)->next.store(first, std::memory_order_relaxed);
 }
@@ -128,19 +128,19 @@ int JsonMemberTable::Find(const char* name) const {
   return -1;
 }
 
-__attribute__((noinline)) const JsonMemberTable::Record* JsonMemberTable::FindAndGuess(
-    const char* name, std::atomic<const Record*>* previous) const {
+__attribute__((noinline)) const char* JsonMemberTable::FindAndGuess(const char* name,
+                                                                   std::atomic<const char*>* previous) const {
   // The guess differs, unless it ends beyond the blocks that the inline
   // comparison reads.
-  const Record* guess = previous->load(std::memory_order_relaxed);
-  const size_t length = m_keys[guess->index].length;
+  const char* guess = previous->load(std::memory_order_relaxed);
+  const size_t length = m_keys[Record::Of(guess)->index].length;
   if ((reinterpret_cast<uintptr_t>(name) & 15) + length >= 16 * _quarn_vi::kInlineBlocks &&
-      _quarn_vi::TerminatedTextEquals(name, guess->Name(), length)) {
+      _quarn_vi::TerminatedTextEquals(name, guess, length)) {
     return guess;
   }
   const int f = Find(name);
   if (f < 0) return nullptr;
-  const Record* found = Record::Of(m_names[static_cast<size_t>(f)]);
+  const char* found = m_names[static_cast<size_t>(f)];
   previous->store(found, std::memory_order_relaxed);
   return found;
 }
@@ -164,15 +164,16 @@ int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights
   if (!IsJsonObject(object) || count == 0) return 0;
   int weight = 0;
   // The guess of the next member: the last one found's.
-  std::atomic<const Record*>* previous = &reinterpret_cast<const Record*>(m_records.get())->next;
+  std::atomic<const char*>* previous = &reinterpret_cast<const Record*>(m_records.get())->next;
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
     const char* text = m->string;
     if (text == nullptr) continue;
-    const Record* record = previous->load(std::memory_order_relaxed);
-    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlocks(text, record->Name(), record->mask), 0)) {
-      record = FindAndGuess(text, previous);
-      if (record == nullptr) continue;
+    const char* guess = previous->load(std::memory_order_relaxed);
+    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlocks(text, guess, Record::Of(guess)->mask), 0)) {
+      guess = FindAndGuess(text, previous);
+      if (guess == nullptr) continue;
     }
+    const Record* record = Record::Of(guess);
     previous = &record->next;
     const size_t f = record->index;
     cJSON** const slot = slots + f;

@@ -150,9 +150,9 @@ class JsonMemberTable {
   // A name's record: its text, and the guess of the member after it
   // (defined in JsonAccess.cpp).
   struct Record;
-  // The record of the member `name`, which was not the guess at *previous,
-  // or null; *previous then guesses it.
-  const Record* FindAndGuess(const char* name, std::atomic<const Record*>* previous) const;
+  // The table's copy of the member `name`, which was not the guess at
+  // *previous, or null; *previous then guesses it.
+  const char* FindAndGuess(const char* name, std::atomic<const char*>* previous) const;
 
   // A name equal to an earlier one: its slot copies the earlier one's.
   struct Repeat {
