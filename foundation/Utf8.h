@@ -493,12 +493,13 @@ POIPARSER_INLINE_BLOCK_READS inline bool TerminatedTextInBlocks(const char* text
 #else
 constexpr size_t kInlineBlocks = 1;
 
-// A name's bytes and its NUL as they lie from the start of a block; all
-// bits for a name of 16 bytes or more, which never fits one block.
-inline uint64_t NameBytesMask(size_t length) { return length < 16 ? FirstBytes(length + 1) : ~uint64_t{0}; }
+// A name's bytes and its NUL as they lie from the start of a block; none
+// for a name of 16 bytes or more, which never fits one block (the block's
+// 64 bits leave none to mark the bytes past it).
+inline uint64_t NameBytesMask(size_t length) { return length < 16 ? FirstBytes(length + 1) : 0; }
 
 POIPARSER_INLINE_BLOCK_READS inline bool TerminatedTextInBlocks(const char* text, const char* name, uint64_t mask) {
-  return (DifferingFirstBytes(text, name) & mask) == 0;
+  return mask != 0 && (DifferingFirstBytes(text, name) & mask) == 0;
 }
 #endif
 
