@@ -305,6 +305,22 @@ inline bool CopyTerminatedTextPortable(const char* text, PaddedText* copy) {
 #define POIPARSER_BLOCK_READS
 #endif
 
+// The same for a function small enough to inline into a hot loop: forced
+// inline where no sanitizer checks the build, out of line where one does
+// (inlined into a checked caller, its loads would be checked too).
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__SANITIZE_HWADDRESS__)
+#define POIPARSER_SANITIZED_BUILD 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(hwaddress_sanitizer)
+#define POIPARSER_SANITIZED_BUILD 1
+#endif
+#endif
+#if defined(POIPARSER_SANITIZED_BUILD)
+#define POIPARSER_INLINE_BLOCK_READS POIPARSER_BLOCK_READS
+#else
+#define POIPARSER_INLINE_BLOCK_READS __attribute__((always_inline))
+#endif
+
 #if defined(__ARM_NEON)
 // A NEON comparison result as a mask of 4 bits per byte, in byte order
 // (NEON has no movemask; a narrowing shift packs the bytes instead).
@@ -386,6 +402,128 @@ POIPARSER_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedTex
 #else
 inline bool CopyTerminatedText(const char* text, PaddedText* copy) {
   return CopyTerminatedTextPortable(text, copy);
+}
+#endif
+
+// ---- Comparing a text with a known name --------------------------------------
+//
+// Whether the NUL-terminated `text` is the name of `length` bytes at `name`
+// (no NUL among them; name[length] is its NUL). `name` lies in a padded
+// buffer of the caller's: the 15 bytes before it and the 16 after its NUL
+// may be read. The text is read as CopyTerminatedText reads it, with
+// aligned 16-byte loads, block by block, and a block is read only when the
+// ones before it matched: the text then reaches into it. Reads no page that
+// holds no byte of the text.
+//
+// TerminatedTextInBlocks, small enough to inline into a loop, answers for
+// the common case, a name that ends in the text's first kInlineBlocks
+// blocks (`mask`, NameBytesMask(length), says where it ends); its false is
+// "different, or ending beyond them", which TerminatedTextEquals sorts out
+// for a name that ends beyond them.
+
+// Portable form: byte by byte up to the first difference (at the latest the
+// text's NUL or the name's).
+inline bool TerminatedTextEqualsPortable(const char* text, const char* name, size_t length) {
+  for (size_t i = 0; i <= length; ++i) {
+    if (text[i] != name[i]) return false;
+  }
+  return true;
+}
+
+#if defined(__SSE2__) || defined(__ARM_NEON)
+// A block's comparison: kBitsPerByte bits per byte, in byte order.
+#if defined(__SSE2__)
+constexpr unsigned kBitsPerByte = 1;
+using ByteMask = uint32_t;
+POIPARSER_INLINE_BLOCK_READS inline ByteMask EqualBytes(uintptr_t block, const char* name) {
+  const __m128i text = _mm_load_si128(reinterpret_cast<const __m128i*>(block));
+  const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i*>(name));
+  return static_cast<ByteMask>(_mm_movemask_epi8(_mm_cmpeq_epi8(text, other)));
+}
+#else
+constexpr unsigned kBitsPerByte = 4;
+using ByteMask = uint64_t;
+POIPARSER_INLINE_BLOCK_READS inline ByteMask EqualBytes(uintptr_t block, const char* name) {
+  const uint8x16_t text = vld1q_u8(reinterpret_cast<const uint8_t*>(block));
+  const uint8x16_t other = vld1q_u8(reinterpret_cast<const uint8_t*>(name));
+  return NeonByteMask(vceqq_u8(text, other));
+}
+#endif
+
+// The mask of the first n (1 to 16) bytes of a block.
+inline ByteMask FirstBytes(size_t n) {
+  return static_cast<ByteMask>((uint64_t{2} << (kBitsPerByte * n - 1)) - 1);
+}
+
+// The bytes of the text's first block that differ from the name's, from
+// the text's start on (bit 0: the text's first byte); the bytes past the
+// block count as differing.
+POIPARSER_INLINE_BLOCK_READS inline ByteMask DifferingFirstBytes(const char* text, const char* name) {
+  const uintptr_t address = reinterpret_cast<uintptr_t>(text);
+  const uintptr_t skip = address & 15;  // the block's bytes before the text
+  const ByteMask equal = EqualBytes(address & ~uintptr_t{15}, name - skip);
+#if defined(__SSE2__)
+  return ~equal >> skip;  // the 16 bits above the block's shift in as ones
+#else
+  return (~equal >> (kBitsPerByte * skip)) | ~(~ByteMask{0} >> (kBitsPerByte * skip));
+#endif
+}
+
+#if defined(__SSE2__)
+// The blocks of the text that TerminatedTextInBlocks reads: a name that
+// ends beyond them is left to TerminatedTextEquals.
+constexpr size_t kInlineBlocks = 2;
+
+// A name's bytes and its NUL, a bit each, as TerminatedTextInBlocks wants
+// them; all bits for a name too long for two blocks.
+inline uint64_t NameBytesMask(size_t length) { return length < 63 ? (uint64_t{2} << length) - 1 : ~uint64_t{0}; }
+
+POIPARSER_INLINE_BLOCK_READS inline bool TerminatedTextInBlocks(const char* text, const char* name, uint64_t mask) {
+  const ByteMask differ = DifferingFirstBytes(text, name);
+  if (__builtin_expect((differ & mask) == 0, 1)) return true;  // within the first block
+  const uintptr_t address = reinterpret_cast<uintptr_t>(text);
+  const uintptr_t skip = address & 15;
+  if ((differ & (0xFFFFu >> skip)) != 0) return false;  // a difference in the first block
+  // The text's bytes in its first block are the name's, none its NUL: it
+  // goes on into the next block. Bit k: the text's byte k differs, from the
+  // second block's first on (16 - skip); ones from the block's end on.
+  const uint64_t next = ~uint64_t{EqualBytes((address & ~uintptr_t{15}) + 16, name - skip + 16)};
+  return ((next << (16 - skip)) & mask) == 0;
+}
+#else
+constexpr size_t kInlineBlocks = 1;
+
+// A name's bytes and its NUL as they lie from the start of a block; none
+// for a name of 16 bytes or more, which never fits one block (the block's
+// 64 bits leave none to mark the bytes past it).
+inline uint64_t NameBytesMask(size_t length) { return length < 16 ? FirstBytes(length + 1) : 0; }
+
+POIPARSER_INLINE_BLOCK_READS inline bool TerminatedTextInBlocks(const char* text, const char* name, uint64_t mask) {
+  return mask != 0 && (DifferingFirstBytes(text, name) & mask) == 0;
+}
+#endif
+
+POIPARSER_BLOCK_READS inline bool TerminatedTextEquals(const char* text, const char* name, size_t length) {
+  const ByteMask differ = DifferingFirstBytes(text, name);
+  const size_t skip = reinterpret_cast<uintptr_t>(text) & 15;
+  if (skip + length < 16) return (differ & FirstBytes(length + 1)) == 0;
+  if ((differ & FirstBytes(16 - skip)) != 0) return false;
+  uintptr_t block = reinterpret_cast<uintptr_t>(text) - skip;
+  name -= skip;  // the name's bytes at the text's offsets in the blocks
+  for (size_t end = skip + length + 1 - 16;; end -= 16) {  // the bytes left to compare
+    block += 16;
+    name += 16;
+    const ByteMask equal = EqualBytes(block, name);
+    if (end <= 16) return (~equal & FirstBytes(end)) == 0;
+    if (equal != FirstBytes(16)) return false;
+  }
+}
+#else
+constexpr size_t kInlineBlocks = 0;
+inline uint64_t NameBytesMask(size_t) { return 0; }
+inline bool TerminatedTextInBlocks(const char*, const char*, uint64_t) { return false; }
+inline bool TerminatedTextEquals(const char* text, const char* name, size_t length) {
+  return TerminatedTextEqualsPortable(text, name, length);
 }
 #endif
 

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "foundation/Utf8.h"
@@ -58,68 +59,128 @@ JsonMemberTable::NameKey JsonMemberTable::KeyOf(const char* name, size_t length)
   return key;
 }
 
+// A name's record, in m_records. The objects a table reads (the POIs of a
+// list) mostly list their members in the same order, so each record
+// remembers which of the table's names followed its name last time (the
+// object start's record: which came first). A member that is its
+// predecessor's guess costs one comparison with that name instead of its
+// length, key and hash probe. Guesses are hints only: Gather's result never
+// depends on them. They start as names[0].
+struct JsonMemberTable::Record {
+  mutable std::atomic<const char*> next;  // the guess: its name
+  uint64_t mask;                            // NameBytesMask of the name
+  uint16_t index;                           // in the table
+  // The name and its NUL follow, at least 16 bytes after the record's
+  // start: the comparison reads up to 15 bytes before a name.
+  static constexpr size_t Head() { return sizeof(Record) > 16 ? sizeof(Record) : 16; }
+  const char* Name() const { return reinterpret_cast<const char*>(this) + Head(); }
+  static Record* Of(const char* name) { return reinterpret_cast<Record*>(const_cast<char*>(name) - Head()); }
+  // The room of a record for a name of `length` bytes, in words.
+  static size_t Words(size_t length) { return (Head() + length + 1 + 7) / 8; }
+};
+
 JsonMemberTable::JsonMemberTable(const char* const* names, int count) {
   uint32_t slots = 8;
   while (slots < static_cast<uint32_t>(count) * 2) slots *= 2;
   m_index.assign(slots, 0);
   m_mask = slots - 1;
   m_names.reserve(static_cast<size_t>(count));
-  m_next.reset(new std::atomic<uint16_t>[static_cast<size_t>(count) + 1]);
-  for (int i = 0; i <= count; ++i) m_next[i].store(0, std::memory_order_relaxed);
+  m_keys.reserve(static_cast<size_t>(count));
+  size_t words = Record::Words(0) + 2;  // the start's record and 16 bytes of zeros
+  for (int i = 0; i < count; ++i) words += Record::Words(std::strlen(names[i]));
+  m_records.reset(new uint64_t[words]());
+  uint64_t* at = m_records.get() + Record::Words(0);
   for (int i = 0; i < count; ++i) {
-    Name name{names[i], KeyOf(names[i], std::strlen(names[i]))};
-    for (uint32_t slot = HashOf(name.key) & m_mask;; slot = (slot + 1) & m_mask) {
+    const size_t length = std::strlen(names[i]);
+    Record* record = new (at) Record{{nullptr}, _quarn_vi::NameBytesMask(length), static_cast<uint16_t>(i)};
+    char* text = const_cast<char*>(record->Name());
+    std::memcpy(text, names[i], length);  // the NUL is the buffer's zero
+    at += Record::Words(length);
+    const NameKey key = KeyOf(text, length);
+    for (uint32_t slot = HashOf(key) & m_mask;; slot = (slot + 1) & m_mask) {
       if (m_index[slot] == 0) {
         m_index[slot] = static_cast<uint16_t>(i + 1);
         break;
       }
-      const Name& other = m_names[m_index[slot] - 1u];
-      if (std::strcmp(other.text, name.text) == 0) {
+      if (std::strcmp(m_names[m_index[slot] - 1u], text) == 0) {
         m_repeats.push_back(Repeat{i, m_index[slot] - 1});
         break;
       }
     }
-    m_names.push_back(name);
+    m_names.push_back(text);
+    m_keys.push_back(key);
   }
+  const char* first = count > 0 ? m_names[0] : nullptr;
+  new (m_records.get()) Record{{first}, 0, 0};
+  for (const char* name : m_names) Record::Of(name)->next.store(first, std::memory_order_relaxed);
 }
 
 int JsonMemberTable::Find(const char* name) const {
   const size_t length = std::strlen(name);
   const NameKey key = KeyOf(name, length);
   for (uint32_t slot = HashOf(key) & m_mask; m_index[slot] != 0; slot = (slot + 1) & m_mask) {
-    const int f = m_index[slot] - 1;
-    const Name& candidate = m_names[static_cast<size_t>(f)];
+    const size_t f = m_index[slot] - 1u;
     // Names longer than 16 bytes also compare their middle bytes.
-    if (candidate.key == key && (length <= 16 || std::memcmp(candidate.text + 8, name + 8, length - 16) == 0)) {
-      return f;
+    if (m_keys[f] == key && (length <= 16 || std::memcmp(m_names[f] + 8, name + 8, length - 16) == 0)) {
+      return static_cast<int>(f);
     }
   }
   return -1;
 }
 
+__attribute__((noinline)) const char* JsonMemberTable::FindAndGuess(const char* name,
+                                                                   std::atomic<const char*>* previous) const {
+  // The guess differs, unless it ends beyond the blocks that the inline
+  // comparison reads.
+  const char* guess = previous->load(std::memory_order_relaxed);
+  const size_t length = m_keys[Record::Of(guess)->index].length;
+  if ((reinterpret_cast<uintptr_t>(name) & 15) + length >= 16 * _quarn_vi::kInlineBlocks &&
+      _quarn_vi::TerminatedTextEquals(name, guess, length)) {
+    return guess;
+  }
+  const int f = Find(name);
+  if (f < 0) return nullptr;
+  const char* found = m_names[static_cast<size_t>(f)];
+  previous->store(found, std::memory_order_relaxed);
+  return found;
+}
+
+// Sets the n slots to null: the few of a small table (a nested object's)
+// with two overlapping stores, cheaper than a call of memset.
+static void ClearSlots(cJSON** slots, size_t n) {
+#if defined(__SSE2__)
+  if (n - 2 <= 2) {  // 2 to 4
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(slots), _mm_setzero_si128());
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(slots + n - 2), _mm_setzero_si128());
+    return;
+  }
+#endif
+  if (n != 0) std::memset(static_cast<void*>(slots), 0, n * sizeof(*slots));
+}
+
 int JsonMemberTable::Gather(cJSON* object, cJSON** slots, const uint8_t* weights) const {
-  const int count = Count();
-  for (int i = 0; i < count; ++i) slots[i] = nullptr;
-  if (!IsJsonObject(object)) return 0;
+  const size_t count = m_names.size();
+  ClearSlots(slots, count);
+  if (!IsJsonObject(object) || count == 0) return 0;
   int weight = 0;
-  int previous = 0;  // m_next's position for the last member found
+  // The guess of the next member: the last one found's.
+  std::atomic<const char*>* previous = &reinterpret_cast<const Record*>(m_records.get())->next;
   for (cJSON* m = object->child; m != nullptr; m = m->next) {
-    const char* name = m->string;
-    if (name == nullptr) continue;
-    const int guess = m_next[previous].load(std::memory_order_relaxed) - 1;
-    int f = -1;
-    if (guess >= 0 && std::strcmp(m_names[static_cast<size_t>(guess)].text, name) == 0) {
-      f = guess;
-    } else {
-      f = Find(name);
-      if (f < 0) continue;
-      m_next[previous].store(static_cast<uint16_t>(f + 1), std::memory_order_relaxed);
+    const char* text = m->string;
+    if (text == nullptr) continue;
+    const char* guess = previous->load(std::memory_order_relaxed);
+    if (__builtin_expect(!_quarn_vi::TerminatedTextInBlocks(text, guess, Record::Of(guess)->mask), 0)) {
+      guess = FindAndGuess(text, previous);
+      if (guess == nullptr) continue;
     }
-    if (slots[f] == nullptr) {  // the first of duplicates wins
-      slots[f] = m;
+    const Record* record = Record::Of(guess);
+    previous = &record->next;
+    const size_t f = record->index;
+    cJSON** const slot = slots + f;
+    if (*slot == nullptr) {  // the first of duplicates wins
+      *slot = m;
       weight += weights[f];
     }
-    previous = f + 1;
   }
   for (const Repeat& repeat : m_repeats) {
     if (slots[repeat.same_as] != nullptr) {

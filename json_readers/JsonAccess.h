@@ -141,34 +141,33 @@ class JsonMemberTable {
     bool operator==(const NameKey& o) const { return length == o.length && head == o.head && tail == o.tail; }
   };
   static NameKey KeyOf(const char* name, size_t length);
-  // The index of the first of names equal to `name`, or -1.
-  int Find(const char* name) const;
   static uint32_t HashOf(const NameKey& key) {
     uint64_t x = (key.head * 0x9E3779B97F4A7C15ULL) ^ (key.tail * 0xC2B2AE3D27D4EB4FULL) ^ key.length;
     return static_cast<uint32_t>(x >> 32);
   }
+  // The index of the first of names equal to `name`, or -1.
+  int Find(const char* name) const;
+  // A name's record: its text, and the guess of the member after it
+  // (defined in JsonAccess.cpp).
+  struct Record;
+  // The table's copy of the member `name`, which was not the guess at
+  // *previous, or null; *previous then guesses it.
+  const char* FindAndGuess(const char* name, std::atomic<const char*>* previous) const;
 
-  struct Name {
-    const char* text;
-    NameKey key;
-  };
   // A name equal to an earlier one: its slot copies the earlier one's.
   struct Repeat {
     int name;
     int same_as;
   };
-  std::vector<Name> m_names;
+  // The records, one after the other with 16 bytes of zeros after them,
+  // the first one (no name) an object's start's: a member's name is
+  // compared with a record's name 16 bytes at a time.
+  std::unique_ptr<uint64_t[]> m_records;
+  std::vector<const char*> m_names;  // the records' names, in table order
+  std::vector<NameKey> m_keys;       // of m_names, for Find
   std::vector<Repeat> m_repeats;  // usually empty
   std::vector<uint16_t> m_index;  // open addressing by HashOf: name index + 1, 0 = free
   uint32_t m_mask = 0;
-  // The objects a table reads (the POIs of a list) mostly list their
-  // members in the same order, so each name remembers which of the table's
-  // names followed it last time: m_next[i + 1] for names[i], m_next[0] for
-  // an object's first member; name index + 1, 0 for no guess. A member that
-  // is its predecessor's guess costs one strcmp instead of its length, key
-  // and hash probe. Guesses are hints only: Gather's result never depends
-  // on them.
-  std::unique_ptr<std::atomic<uint16_t>[]> m_next;
 };
 
 // ---- Scalar reads -----------------------------------------------------------

@@ -1,5 +1,7 @@
 // The JSON field readers: accepted forms, what is stored, and the helpers.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstring>
@@ -378,6 +380,63 @@ TEST(JsonMemberTable, FindsTheSameWhateverTheOrderOfEarlierObjects) {
       EXPECT_EQ(weight, found);
     }
   }
+}
+
+// Member names wherever they lie: at every offset in their 16-byte block,
+// and ending on the last byte of a page, or starting on the first, beside a
+// page that may not be read. The table's names are prefixes of one another
+// and of the members' names, from 0 to 40 bytes, so that the guess a table
+// compares a name with is often longer, or shorter only by its NUL.
+TEST(JsonMemberTable, FindsMembersWhereverTheirNamesLie) {
+  const std::string letters = "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMN";
+  std::vector<std::string> texts;
+  for (size_t length : {0, 1, 7, 8, 9, 14, 15, 16, 17, 31, 32, 33, 40}) texts.push_back(letters.substr(0, length));
+  texts.push_back("abcdefgh_other");
+  texts.push_back("abcdefghijklmnoZ");
+  texts.push_back(letters.substr(0, 16));  // a duplicate name: its slot copies the first one's
+  std::vector<const char*> names;
+  for (const std::string& text : texts) names.push_back(text.c_str());
+  const _quarn_framework::JsonMemberTable table(names.data(), static_cast<int>(names.size()));
+  const std::vector<uint8_t> weights(names.size(), 1);
+
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  void* mapping = mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(mapping, MAP_FAILED);
+  char* middle = static_cast<char*>(mapping) + page;
+  ASSERT_EQ(mprotect(mapping, page, PROT_NONE), 0);
+  ASSERT_EQ(mprotect(middle + page, page, PROT_NONE), 0);
+  // Each object: a member before, the placed one, a member after.
+  auto check = [&](const char* placed) {
+    SCOPED_TRACE(testing::Message() << "member " << placed << " at offset "
+                                    << (reinterpret_cast<uintptr_t>(placed) & 15));
+    Json root(cJSON_CreateObject(), cJSON_Delete);
+    cJSON_AddItemToObject(root.get(), letters.substr(0, 9).c_str(), cJSON_CreateNumber(1));
+    cJSON_AddItemToObjectCS(root.get(), placed, cJSON_CreateNumber(2));  // names `placed`, not a copy
+    cJSON_AddItemToObject(root.get(), letters.substr(0, 32).c_str(), cJSON_CreateNumber(3));
+    std::vector<cJSON*> slots(names.size());
+    const int weight = table.Gather(root.get(), slots.data(), weights.data());
+    int found = 0;
+    for (size_t i = 0; i < names.size(); ++i) {
+      EXPECT_EQ(slots[i], _quarn_framework::FindMember(root.get(), names[i])) << names[i];
+      found += slots[i] != nullptr;
+    }
+    EXPECT_EQ(weight, found);
+  };
+  for (size_t length = 0; length <= 40; ++length) {
+    const std::string text = letters.substr(0, length);
+    for (const std::string& other : {text, text + "q", "x" + text}) {
+      char* at_end = middle + page - 1 - other.size();
+      std::memcpy(at_end, other.c_str(), other.size() + 1);
+      check(at_end);
+      std::memcpy(middle, other.c_str(), other.size() + 1);
+      check(middle);
+      for (size_t offset = 1; offset < 16; ++offset) {
+        std::memcpy(middle + 64 + offset, other.c_str(), other.size() + 1);
+        check(middle + 64 + offset);
+      }
+    }
+  }
+  munmap(mapping, 3 * page);
 }
 
 }  // namespace
