@@ -61,10 +61,12 @@ thread_local ThreadCache t_cache;
 // A cached block is poisoned for AddressSanitizer, so that a use after free
 // is reported as it would be without the cache; taken again, it is
 // unpoisoned only as far as its allocation goes, so that a block too small
-// for its class would be reported too.
+// for its class would be reported too. The link word stays readable: the
+// leak checker ignores pointers held in poisoned memory, and would report
+// every block behind the first of a class as leaked.
 inline void Poison(void* block, size_t bytes) {
 #if defined(BLOCKCACHE_ASAN)
-  ASAN_POISON_MEMORY_REGION(block, bytes);
+  ASAN_POISON_MEMORY_REGION(static_cast<char*>(block) + sizeof(void*), bytes - sizeof(void*));
 #else
   (void)block;
   (void)bytes;
