@@ -335,7 +335,7 @@ inline uint64_t NeonByteMask(uint8x16_t lanes) {
 // fits when it has at most kPaddedTextMax bytes). Reads no page that holds
 // no byte of the text.
 #if defined(__SSE2__)
-POIPARSER_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedText* copy) {
+POIPARSER_INLINE_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedText* copy) {
   const uintptr_t address = reinterpret_cast<uintptr_t>(text);
   const unsigned skip = static_cast<unsigned>(address & 15);
   const unsigned char* block = reinterpret_cast<const unsigned char*>(address - skip);
@@ -367,7 +367,7 @@ POIPARSER_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedTex
   return true;
 }
 #elif defined(__ARM_NEON)
-POIPARSER_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedText* copy) {
+POIPARSER_INLINE_BLOCK_READS inline bool CopyTerminatedText(const char* text, PaddedText* copy) {
   const uintptr_t address = reinterpret_cast<uintptr_t>(text);
   const unsigned skip = static_cast<unsigned>(address & 15);
   const unsigned char* block = reinterpret_cast<const unsigned char*>(address - skip);
