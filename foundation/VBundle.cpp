@@ -616,6 +616,120 @@ void CVBundle::SetStringArray(const CVString& key, StringArray&& value) {
   if (e != nullptr) TakeArray(*new (e->sa) StringArray(), value);
 }
 
+// ---- Appender --------------------------------------------------------------
+
+namespace {
+
+bool OwnBlockWithoutCountedKeys(const CVBundle::Rep* rep);
+
+}  // namespace
+
+CVBundle::Appender::Appender(CVBundle& bundle, bool fresh_keys) noexcept
+    : m_bundle(bundle), m_checked(bundle.GetCount()), m_trusted(fresh_keys && OwnBlockWithoutCountedKeys(bundle.m_rep)) {}
+
+namespace {
+
+bool OwnBlockWithoutCountedKeys(const CVBundle::Rep* rep) {
+  return rep != nullptr && rep->refs.load(std::memory_order_acquire) == 1 && !rep->counted_keys;
+}
+
+}  // namespace
+
+// AppendSlot without its lookup and the checks that trust makes needless.
+VBUNDLE_ALWAYS_INLINE CVBundle::Entry* CVBundle::Appender::Append(const CVString& key, ValueType type) {
+  if (!m_trusted) return nullptr;
+  const KeyRep* permanent = key.PermanentRep();
+  if (permanent == nullptr) {
+    // Stored by the bundle's setter, the key would be a counted one, whose
+    // text a later permanent key could repeat.
+    m_trusted = false;
+    return nullptr;
+  }
+  Rep* rep = m_bundle.m_rep;
+  const int size = rep->size;
+  const int capacity = rep->capacity;
+  if (size == capacity) return nullptr;
+  Entry* e = rep->entries();
+  if (capacity > Rep::kLinearCapacity) rep->IndexEntry(size, key.Hash());
+  e[size].key = permanent;
+  reinterpret_cast<uint8_t*>(e + capacity)[size] = static_cast<uint8_t>(type);
+  rep->size = size + 1;
+  m_checked = size + 1;
+  return &e[size];
+}
+
+void CVBundle::Appender::SetInt(const CVString& key, int value) {
+  Entry* e = Append(key, kInt);
+  if (e == nullptr) return m_bundle.SetInt(key, value);
+  e->i = value;
+}
+
+void CVBundle::Appender::SetBool(const CVString& key, int value) {
+  Entry* e = Append(key, kBool);
+  if (e == nullptr) return m_bundle.SetBool(key, value);
+  e->i = value != 0 ? 1 : 0;
+}
+
+void CVBundle::Appender::SetString(const CVString& key, CVString&& value) {
+  Entry* e = Append(key, kString);
+  if (e == nullptr) return m_bundle.SetString(key, std::move(value));
+  new (e->s) CVString(std::move(value));
+}
+
+// As CVBundle::SetStringUtf8: a failed decoding takes the entry back.
+void CVBundle::Appender::SetStringUtf8(const CVString& key, const char* text) {
+  Entry* e = Append(key, kString);
+  if (e == nullptr) return m_bundle.SetStringUtf8(key, text);
+  CVString* value = new (e->s) CVString();
+  try {
+    CVString::AssignUtf8Terminated(*value, text);
+  } catch (...) {
+    value->CVString::~CVString();
+    --m_bundle.m_rep->size;
+    m_bundle.m_rep->RebuildIndex();
+    m_checked = m_bundle.m_rep->size;
+    throw;
+  }
+}
+
+void CVBundle::Appender::SetBundle(const CVString& key, CVBundle&& value) {
+  Entry* e = Append(key, kBundle);
+  if (e == nullptr) return m_bundle.SetBundle(key, std::move(value));
+  new (e->b) CVBundle(std::move(value));
+}
+
+void CVBundle::Appender::SetBundleArray(const CVString& key, BundleArray&& value) {
+  Entry* e = Append(key, kBundleArray);
+  if (e == nullptr) return m_bundle.SetBundleArray(key, std::move(value));
+  TakeArray(*new (e->ba) BundleArray(), value);
+}
+
+void CVBundle::Appender::SetStringArray(const CVString& key, StringArray&& value) {
+  Entry* e = Append(key, kStringArray);
+  if (e == nullptr) return m_bundle.SetStringArray(key, std::move(value));
+  TakeArray(*new (e->sa) StringArray(), value);
+}
+
+void CVBundle::Appender::Resync(const CVString::Rep* const* keys, int count, uint64_t key_bits) noexcept {
+  if (!m_trusted) return;
+  const Rep* rep = m_bundle.m_rep;
+  if (!OwnBlockWithoutCountedKeys(rep) || rep->size < m_checked) {
+    m_trusted = false;
+    return;
+  }
+  const Entry* e = rep->entries();
+  for (int i = m_checked; i < rep->size; ++i) {
+    if ((KeyBit(e[i].key) & key_bits) == 0) continue;
+    for (int k = 0; k < count; ++k) {
+      if (e[i].key == keys[k]) {
+        m_trusted = false;
+        return;
+      }
+    }
+  }
+  m_checked = rep->size;
+}
+
 void CVBundle::Remove(const CVString& key) {
   if (!ContainsKey(key) || !Detach()) return;
   int position = m_rep->Find(LookupOf(key));
