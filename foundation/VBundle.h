@@ -134,7 +134,6 @@ class CVBundle {
   // End of public API. Implementation details follow.
   struct Rep;
   struct Entry;
-  class Appender;
 
  private:
   // The entry of `key` if it holds a value of `type`, else null.
@@ -157,55 +156,6 @@ class CVBundle {
   bool Detach();
 
   Rep* m_rep;  // null for an empty bundle that never had a block
-};
-
-// For the readers that fill a record row by row (not part of the contract):
-// the setters of the same names, which append under a permanent key without
-// looking it up while the appender is trusted, that is while its user knows
-// that the key is not in the bundle and that the block is the bundle's own
-// without counted keys. A trusted append costs a third of a checked one
-// (about 12 instructions against 36). Every other store goes to the
-// bundle's own setter, so the bundle ends as the setters alone would leave
-// it.
-//
-// Stores made through bundle() (rows whose keys the user does not know in
-// advance) may add or replace values but must not remove any; Resync then
-// checks what they added.
-class CVBundle::Appender {
- public:
-  // Trusted iff `fresh_keys` (the user's promise that no key it will store
-  // is in the bundle yet) and the bundle has its own block without counted
-  // keys (Reserve made it, for instance).
-  Appender(CVBundle& bundle, bool fresh_keys) noexcept;
-
-  void SetInt(const CVString& key, int value);
-  void SetBool(const CVString& key, int value);
-  void SetString(const CVString& key, CVString&& value);
-  void SetStringUtf8(const CVString& key, const char* text);
-  void SetBundle(const CVString& key, CVBundle&& value);
-  void SetBundleArray(const CVString& key, BundleArray&& value);
-  void SetStringArray(const CVString& key, StringArray&& value);
-
-  // The bundle, for the stores of other code.
-  CVBundle& bundle() { return m_bundle; }
-  // After stores through bundle(): the appender stays trusted only if the
-  // block is still the bundle's own without counted keys and no key added
-  // since the last Resync is one of the permanent keys[0..count) (the keys
-  // still to come). `key_bits` holds KeyBit of each of them: a key whose bit
-  // it lacks is none of them, without a comparison.
-  void Resync(const CVString::Rep* const* keys, int count, uint64_t key_bits) noexcept;
-  // One of 64 bits, chosen by the key's hash. REQUIRES: `key` is permanent.
-  static uint64_t KeyBit(const CVString::Rep* key) noexcept {
-    return uint64_t{1} << (CVString::KeyRepHash(key) & 63);
-  }
-
- private:
-  // The new entry, or null when the store must take the bundle's setter.
-  Entry* Append(const CVString& key, ValueType type);
-
-  CVBundle& m_bundle;
-  int m_checked;  // entries [0, m_checked) were appended or checked by Resync
-  bool m_trusted;
 };
 
 }  // namespace _quarn_vi

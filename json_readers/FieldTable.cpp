@@ -5,7 +5,6 @@
 
 #include <cassert>
 #include <memory>
-#include <type_traits>
 #include <utility>
 
 // Keeps a rare path out of its caller's frame.
@@ -64,8 +63,6 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
       m_memberKeys{},
       m_needsMember(0),
       m_textIfNotEmpty(0),
-      m_distinctKeys(true),
-      m_flatAppendable(true),
       m_members(MemberNames(rows, count).data(), count) {
   assert(count <= kMaxRows);
   // A table is built on first use, where an allocation may fail; the static
@@ -87,38 +84,84 @@ FieldTable::FieldTable(const FieldRow* rows, int count)
     }
     if (rows[i].reader == FieldReader::kTextIfNotEmpty) m_textIfNotEmpty |= uint64_t{1} << i;
   }
-  // The keys of the rows, flattened through the appendable flat rows, with
-  // the bits that Resync tests before it compares.
-  m_flatAppendable = true;
-  m_flatKeysFrom.resize(static_cast<size_t>(count) + 1);
-  for (int i = 0; i < count; ++i) {
-    m_flatKeysFrom[i] = static_cast<int>(m_flatKeys.size());
-    const FieldReader reader = rows[i].reader;
-    if (reader == FieldReader::kCustom) {
-      m_flatAppendable = false;
-    } else if (reader != FieldReader::kFlat) {
-      m_flatKeys.push_back(keys[i].PermanentRep());
-    } else if (rows[i].table().m_flatAppendable) {
-      const std::vector<const CVString::Rep*>& nested = rows[i].table().m_flatKeys;
-      m_flatKeys.insert(m_flatKeys.end(), nested.begin(), nested.end());
-    } else {
-      m_flatAppendable = false;
-    }
-  }
-  m_flatKeysFrom[count] = static_cast<int>(m_flatKeys.size());
-  m_keyBitsFrom.assign(static_cast<size_t>(count) + 1, 0);
-  for (int i = count - 1; i >= 0; --i) {
-    uint64_t bits = m_keyBitsFrom[i + 1];
-    for (int k = m_flatKeysFrom[i]; k < m_flatKeysFrom[i + 1]; ++k) bits |= CVBundle::Appender::KeyBit(m_flatKeys[k]);
-    m_keyBitsFrom[i] = bits;
-  }
-  m_distinctKeys = true;
-  for (size_t i = 0; i < m_flatKeys.size(); ++i) {
-    for (size_t j = 0; j < i; ++j) {
-      if (m_flatKeys[j] == m_flatKeys[i]) m_distinctKeys = false;
-    }
-  }
   m_keys = keys.release();
+}
+
+void FieldTable::ReadRows(cJSON* object, const CVString* lead_key, CVString* lead, CVBundle& out) const {
+  cJSON* slots[kMaxRows];
+  // Room for what the present members can store, not for every row: the
+  // room of a row whose member the answer leaves out would stay in the
+  // record for as long as the client keeps it (40 bytes a row; 80 bytes a
+  // POI of the benchmark's answers, more for sparser ones). Measured: +1.2 %
+  // instructions for the 20-POI build, one block growth per POI included.
+  int keys = m_alwaysKeys;
+  // A table of one row (a nested object holding one list) looks its member
+  // up directly: cheaper than hashing every member's name.
+  if (m_count == 1) {
+    slots[0] = FindMember(object, m_rows[0].member);
+    keys += slots[0] != nullptr ? m_memberKeys[0] : 0;
+  } else {
+    keys += m_members.Gather(object, slots, m_memberKeys);
+    // An empty string stores no text: no room for it either (a room left
+    // unused costs 40 bytes for as long as the record is kept).
+    for (uint64_t rows = m_textIfNotEmpty; rows != 0; rows &= rows - 1) {
+      const cJSON* member = slots[CountTrailingZeros(rows)];
+      const char* bytes = JsonStringBytes(member);
+      if (IsJsonString(member) && (bytes == nullptr || bytes[0] == 0)) --keys;
+    }
+  }
+  if (lead_key != nullptr) {
+    out.Reserve(out.GetCount() + keys + 1);
+    out.SetString(*lead_key, std::move(*lead));
+  } else {
+    out.Reserve(out.GetCount() + keys);
+  }
+  // The row, its key and its member advance together; the row count is
+  // not read again after each store. (Indexing the three arrays by row and
+  // reading the count after every call cost some 4 instructions a row,
+  // 7,000 a build of the 20-POI answer.)
+  const FieldRow* row = m_rows;
+  const CVString* key = m_keys;
+  cJSON** const end = slots + m_count;
+  for (cJSON** slot = slots; slot != end; ++slot, ++row, ++key) {
+    cJSON* member = *slot;
+    if (member == nullptr && ((m_needsMember >> (slot - slots)) & 1) != 0) continue;
+    switch (row->reader) {
+      case FieldReader::kInt:
+        field::StoreInt(member, *key, out);
+        break;
+      case FieldReader::kBool:
+        field::StoreBool(member, *key, out);
+        break;
+      case FieldReader::kString:
+        field::StoreString(member, *key, out);
+        break;
+      case FieldReader::kStringArray:
+        field::StoreStringArray(member, *key, out);
+        break;
+      case FieldReader::kTextIfNotEmpty:
+        field::StoreTextIfNotEmpty(member, *key, out);
+        break;
+      case FieldReader::kIntAsText:
+        field::StoreIntAsText(member, row->start, *key, out);
+        break;
+      case FieldReader::kIntAlways:
+        field::StoreIntAlways(member, row->start, row->convert, *key, out);
+        break;
+      case FieldReader::kRecord:
+        field::StoreRecord(member, row->table(), row->keep, *key, out);
+        break;
+      case FieldReader::kFlat:
+        if (UsableObject(member)) row->table().Read(member, out);
+        break;
+      case FieldReader::kList:
+        field::StoreList(member, row->table(), row->keep, *key, out);
+        break;
+      case FieldReader::kCustom:
+        row->custom->read(member, *key, out);
+        break;
+    }
+  }
 }
 
 bool UsableObject(cJSON* member) {
@@ -140,40 +183,33 @@ constexpr const char kWantInt[] = "an integer";
 constexpr const char kWantBool[] = "a truth value";
 constexpr const char kWantText[] = "text";
 
-// The readers store into a bundle (`Out` = CVBundle) or, from a table's
-// rows, through its appender (CVBundle::Appender), whose setters have the
-// same names.
-namespace {
-
-template <class Out>
-int StoreIntTo(cJSON* member, const CVString& key, Out& out) {
+int StoreInt(cJSON* member, const CVString& key, CVBundle& out) {
   int value = 0;
   if (!JsonReadInt(member, &value)) return diag::SkipMember(member, kWantInt), 0;
   out.SetInt(key, value);
   return 1;
 }
 
-template <class Out>
-int StoreBoolTo(cJSON* member, const CVString& key, Out& out) {
+int StoreBool(cJSON* member, const CVString& key, CVBundle& out) {
   bool value = false;
   if (!JsonReadBool(member, &value)) return diag::SkipMember(member, kWantBool), 0;
   out.SetBool(key, value ? 1 : 0);
   return 1;
 }
 
+namespace {
+
 // The readers of text for a member that is not a string (absent, a number,
 // ...): a function of their own, so that the string case, decoded straight
 // into the bundle, needs no frame.
-template <class Out>
-FIELDTABLE_NOINLINE int StoreOtherText(cJSON* member, const CVString& key, Out& out) {
+FIELDTABLE_NOINLINE int StoreOtherText(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
   if (!JsonReadText(member, &text)) return diag::SkipMember(member, kWantText), 0;
   out.SetString(key, std::move(text));
   return 1;
 }
 
-template <class Out>
-FIELDTABLE_NOINLINE int StoreOtherTextIfNotEmpty(cJSON* member, const CVString& key, Out& out) {
+FIELDTABLE_NOINLINE int StoreOtherTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
   CVString text;
   if (!JsonReadText(member, &text)) diag::SkipMember(member, kWantText);
   if (text.IsEmpty()) return 0;
@@ -181,15 +217,15 @@ FIELDTABLE_NOINLINE int StoreOtherTextIfNotEmpty(cJSON* member, const CVString& 
   return 1;
 }
 
-template <class Out>
-int StoreStringTo(cJSON* member, const CVString& key, Out& out) {
+}  // namespace
+
+int StoreString(cJSON* member, const CVString& key, CVBundle& out) {
   if (!IsJsonString(member)) return StoreOtherText(member, key, out);
   out.SetStringUtf8(key, member->valuestring);
   return 1;
 }
 
-template <class Out>
-int StoreStringArrayTo(cJSON* member, const CVString& key, Out& out) {
+int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
   if (!IsJsonArray(member)) return diag::SkipMember(member, "an array of strings"), 0;
   CVBundle::StringArray texts;
   for (cJSON* element : JsonElements(member)) {
@@ -204,8 +240,7 @@ int StoreStringArrayTo(cJSON* member, const CVString& key, Out& out) {
   return 1;
 }
 
-template <class Out>
-int StoreTextIfNotEmptyTo(cJSON* member, const CVString& key, Out& out) {
+int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
   if (!IsJsonString(member)) return StoreOtherTextIfNotEmpty(member, key, out);
   // Bytes decode to at least one unit each (an invalid one to U+FFFD), so
   // the text is empty iff the bytes are.
@@ -215,8 +250,7 @@ int StoreTextIfNotEmptyTo(cJSON* member, const CVString& key, Out& out) {
   return 1;
 }
 
-template <class Out>
-void StoreIntAsTextTo(cJSON* member, int start, const CVString& key, Out& out) {
+void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out) {
   int value = start;
   if (!JsonReadInt(member, &value)) diag::SkipMember(member, kWantInt);
   CVString text;
@@ -224,15 +258,13 @@ void StoreIntAsTextTo(cJSON* member, int start, const CVString& key, Out& out) {
   out.SetString(key, std::move(text));
 }
 
-template <class Out>
-void StoreIntAlwaysTo(cJSON* member, int start, IntConversion convert, const CVString& key, Out& out) {
+void StoreIntAlways(cJSON* member, int start, IntConversion convert, const CVString& key, CVBundle& out) {
   int value = start;
   if (!JsonReadInt(member, &value)) diag::SkipMember(member, kWantInt);
   out.SetInt(key, convert != nullptr ? convert(value) : value);
 }
 
-template <class Out>
-void StoreRecordTo(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, Out& out) {
+void StoreRecord(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out) {
   if (member == nullptr) return;
   const bool usable = UsableObject(member);
   if (!usable && keep == Keep::kRecords) return;
@@ -241,8 +273,7 @@ void StoreRecordTo(cJSON* member, const FieldTable& table, Keep keep, const CVSt
   out.SetBundle(key, std::move(record));
 }
 
-template <class Out>
-void StoreListTo(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, Out& out) {
+void StoreList(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out) {
   if (!UsableArray(member)) return;
   CVBundle::BundleArray records;
   bool any_element = false;
@@ -259,153 +290,6 @@ void StoreListTo(cJSON* member, const FieldTable& table, Keep keep, const CVStri
   if (store) out.SetBundleArray(key, std::move(records));
 }
 
-}  // namespace
-
-int StoreInt(cJSON* member, const CVString& key, CVBundle& out) { return StoreIntTo(member, key, out); }
-int StoreBool(cJSON* member, const CVString& key, CVBundle& out) { return StoreBoolTo(member, key, out); }
-int StoreString(cJSON* member, const CVString& key, CVBundle& out) { return StoreStringTo(member, key, out); }
-int StoreStringArray(cJSON* member, const CVString& key, CVBundle& out) {
-  return StoreStringArrayTo(member, key, out);
-}
-int StoreTextIfNotEmpty(cJSON* member, const CVString& key, CVBundle& out) {
-  return StoreTextIfNotEmptyTo(member, key, out);
-}
-void StoreIntAsText(cJSON* member, int start, const CVString& key, CVBundle& out) {
-  StoreIntAsTextTo(member, start, key, out);
-}
-void StoreIntAlways(cJSON* member, int start, IntConversion convert, const CVString& key, CVBundle& out) {
-  StoreIntAlwaysTo(member, start, convert, key, out);
-}
-void StoreRecord(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out) {
-  StoreRecordTo(member, table, keep, key, out);
-}
-void StoreList(cJSON* member, const FieldTable& table, Keep keep, const CVString& key, CVBundle& out) {
-  StoreListTo(member, table, keep, key, out);
-}
-
 }  // namespace field
-
-int FieldTable::GatherRows(cJSON* object, cJSON** slots) const {
-  // Room for what the present members can store, not for every row: the
-  // room of a row whose member the answer leaves out would stay in the
-  // record for as long as the client keeps it (40 bytes a row; 80 bytes a
-  // POI of the benchmark's answers, more for sparser ones). Measured: +1.2 %
-  // instructions for the 20-POI build, one block growth per POI included.
-  int keys = m_alwaysKeys;
-  // A table of one row (a nested object holding one list) looks its member
-  // up directly: cheaper than hashing every member's name.
-  if (m_count == 1) {
-    slots[0] = FindMember(object, m_rows[0].member);
-    return keys + (slots[0] != nullptr ? m_memberKeys[0] : 0);
-  }
-  keys += m_members.Gather(object, slots, m_memberKeys);
-  // An empty string stores no text: no room for it either (a room left
-  // unused costs 40 bytes for as long as the record is kept).
-  for (uint64_t rows = m_textIfNotEmpty; rows != 0; rows &= rows - 1) {
-    const cJSON* member = slots[CountTrailingZeros(rows)];
-    const char* bytes = JsonStringBytes(member);
-    if (IsJsonString(member) && (bytes == nullptr || bytes[0] == 0)) --keys;
-  }
-  return keys;
-}
-
-// A record whose bundle held no key (as every record the readers build)
-// is filled through an appender when the table repeats no key: its stores
-// need not look their keys up, which saves about a third of a store. The
-// keys stored by custom rows (and by flat rows whose tables have custom
-// rows) are checked against the keys still to come as they are stored, and
-// so is the lead.
-void FieldTable::ReadRows(cJSON* object, const CVString* lead_key, CVString* lead, CVBundle& out) const {
-  cJSON* slots[kMaxRows];
-  const int keys = GatherRows(object, slots);
-  const bool fresh_keys = m_distinctKeys && out.GetCount() == 0;
-  out.Reserve(out.GetCount() + keys + (lead_key != nullptr ? 1 : 0));
-  if (!fresh_keys) {
-    if (lead_key != nullptr) out.SetString(*lead_key, std::move(*lead));
-    return StoreRows(slots, out);
-  }
-  CVBundle::Appender appender(out, /*fresh_keys=*/true);
-  if (lead_key != nullptr) {
-    out.SetString(*lead_key, std::move(*lead));
-    appender.Resync(m_flatKeys.data(), static_cast<int>(m_flatKeys.size()), m_keyBitsFrom[0]);
-  }
-  StoreRows(slots, appender);
-}
-
-template <class Out>
-void FieldTable::StoreRows(cJSON** slots, Out& out) const {
-  constexpr bool kAppender = std::is_same<Out, CVBundle::Appender>::value;
-  // The row, its key and its member advance together; the row count is
-  // not read again after each store. (Indexing the three arrays by row and
-  // reading the count after every call cost some 4 instructions a row,
-  // 7,000 a build of the 20-POI answer.)
-  const FieldRow* row = m_rows;
-  const CVString* key = m_keys;
-  cJSON** const end = slots + m_count;
-  for (cJSON** slot = slots; slot != end; ++slot, ++row, ++key) {
-    cJSON* member = *slot;
-    if (member == nullptr && ((m_needsMember >> (slot - slots)) & 1) != 0) continue;
-    switch (row->reader) {
-      case FieldReader::kInt:
-        field::StoreIntTo(member, *key, out);
-        break;
-      case FieldReader::kBool:
-        field::StoreBoolTo(member, *key, out);
-        break;
-      case FieldReader::kString:
-        field::StoreStringTo(member, *key, out);
-        break;
-      case FieldReader::kStringArray:
-        field::StoreStringArrayTo(member, *key, out);
-        break;
-      case FieldReader::kTextIfNotEmpty:
-        field::StoreTextIfNotEmptyTo(member, *key, out);
-        break;
-      case FieldReader::kIntAsText:
-        field::StoreIntAsTextTo(member, row->start, *key, out);
-        break;
-      case FieldReader::kIntAlways:
-        field::StoreIntAlwaysTo(member, row->start, row->convert, *key, out);
-        break;
-      case FieldReader::kRecord:
-        field::StoreRecordTo(member, row->table(), row->keep, *key, out);
-        break;
-      case FieldReader::kFlat:
-        if (!UsableObject(member)) break;
-        if constexpr (kAppender) {
-          const FieldTable& table = row->table();
-          if (table.m_flatAppendable) {
-            // Its keys are among this table's, known to be new: the same
-            // appender stores them (this record's block has their room).
-            cJSON* nested[kMaxRows];
-            table.GatherRows(member, nested);
-            table.StoreRows(nested, out);
-          } else {
-            table.Read(member, out.bundle());
-            ResyncAfter(static_cast<int>(slot - slots), out);
-          }
-        } else {
-          row->table().Read(member, out);
-        }
-        break;
-      case FieldReader::kList:
-        field::StoreListTo(member, row->table(), row->keep, *key, out);
-        break;
-      case FieldReader::kCustom:
-        if constexpr (kAppender) {
-          row->custom->read(member, *key, out.bundle());
-          ResyncAfter(static_cast<int>(slot - slots), out);
-        } else {
-          row->custom->read(member, *key, out);
-        }
-        break;
-    }
-  }
-}
-
-void FieldTable::ResyncAfter(int row, CVBundle::Appender& out) const {
-  const int from = m_flatKeysFrom[row + 1];
-  out.Resync(m_flatKeys.data() + from, static_cast<int>(m_flatKeys.size()) - from, m_keyBitsFrom[row + 1]);
-}
 
 }  // namespace _quarn_framework

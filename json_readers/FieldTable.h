@@ -198,16 +198,6 @@ class FieldTable {
  private:
   // Read; a non-null `lead_key` stores `*lead` first.
   void ReadRows(cJSON* object, const CVString* lead_key, CVString* lead, CVBundle& out) const;
-  // Finds the rows' members of `object` (null for the absent ones) and
-  // returns the most keys they can store: the room that Read reserves.
-  int GatherRows(cJSON* object, cJSON** slots) const;
-  // Stores the rows' members, as gathered, into `out`: a CVBundle, or the
-  // appender of a bundle that holds none of the keys (Appender).
-  template <class Out>
-  void StoreRows(cJSON** slots, Out& out) const;
-  // After row `row` stored keys of its own choosing through out.bundle():
-  // checks them against the keys of the rows after it.
-  void ResyncAfter(int row, CVBundle::Appender& out) const;
 
   const FieldRow* m_rows;
   int m_count;
@@ -222,22 +212,6 @@ class FieldTable {
   // Bit i: row i is a kTextIfNotEmpty row.
   uint64_t m_textIfNotEmpty;
   static_assert(kMaxRows <= 64, "a bit per row in the row masks");
-  // The keys this table stores under its rows' own keys, in row order: a
-  // row's own key, or, for a flat row whose table is m_flatAppendable, that
-  // table's m_flatKeys. Flat rows of other tables and custom rows choose
-  // their keys as they store; none is listed for them.
-  std::vector<const CVString::Rep*> m_flatKeys;
-  // Per row r (and r = the row count): where the keys of rows r on start in
-  // m_flatKeys, and the key bits of those keys (bit KeyRepHash & 63 of each),
-  // which rule most keys out before a comparison.
-  std::vector<int> m_flatKeysFrom;
-  std::vector<uint64_t> m_keyBitsFrom;
-  // No key appears twice in m_flatKeys: Read may then append them to a
-  // bundle that holds no key, without looking them up.
-  bool m_distinctKeys;
-  // No custom row, here or in a flat row's table: a parent's appender may
-  // read this table as a flat row, its keys listed in the parent's.
-  bool m_flatAppendable;
   JsonMemberTable m_members;
   // The row keys, permanent strings shared by every bundle that stores them.
   // Deliberately never freed: bundles may hold their storage until exit, and
