@@ -14,12 +14,14 @@
 // ASCII runs are widened 16 bytes at a time with SSE2 (x86-64) or NEON
 // (AArch64; 32-bit ARM built with NEON, as Android's armeabi-v7a is), and
 // 8 bytes at a time in portable C++ (the whole run on targets with neither,
-// such as Debian's armhf); the padded decoder also takes CJK runs five
-// characters at a time with SSSE3 (chosen at run time) or NEON. All paths
-// give the same units; the tests run every form the build and processor
-// have, the portable one everywhere, NEON under qemu-aarch64 and the
-// portable one alone under qemu-arm. The NEON forms are the x86 ones'
-// counterparts, not measured choices: emulation cannot time them.
+// such as Debian's armhf). Other characters are decoded one at a time: a
+// vector step for CJK runs (five three-byte characters per SSSE3 shuffle)
+// took 40 % fewer instructions but 8 % more time on the 20-POI answer, whose
+// runs are short and change kind often (see DecodeUtf8PaddedSse2). All
+// paths give the same units; the tests run every form the build has, the
+// portable one everywhere, NEON under qemu-aarch64 and the portable one
+// alone under qemu-arm. The NEON forms are the x86 ones' counterparts, not
+// measured choices: emulation cannot time them.
 #ifndef FOUNDATION_UTF8_H_
 #define FOUNDATION_UTF8_H_
 
@@ -30,7 +32,6 @@
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
-#include <tmmintrin.h>  // SSSE3, for functions built for it (target attribute)
 #elif defined(__ARM_NEON)
 #include <arm_neon.h>
 #endif
@@ -604,7 +605,16 @@ inline unsigned AsciiStepSse2(const unsigned char* s, unsigned short* out) {
   return high == 0 ? 16 : static_cast<unsigned>(__builtin_ctz(high));
 }
 
-// SSE2: ASCII 16 bytes at a time, the rest character by character.
+// SSE2: ASCII 16 bytes at a time, the rest character by character. The
+// padded decoder of x86-64, measured against a form that decoded CJK runs
+// five characters per SSSE3 step: on the 20-POI answer (323 non-ASCII
+// texts of 2 to 16 characters, CJK runs broken by digits and punctuation)
+// that form took 6.8 % fewer instructions per build but the build took 8 %
+// longer (36.8 against 34.0 us, best of 200 batches, alternating builds of
+// one tree). Each of its steps waited for the one before it (the next
+// step's start came from a shuffle, a compare and a bit count) and a run's
+// end was a branch it could not foresee; a character decoded alone is a
+// branch that CJK text always takes the same way.
 inline size_t DecodeUtf8PaddedSse2(const unsigned char* s, size_t n, unsigned short* out) {
   size_t i = 0, o = 0;
   while (i < n) {
@@ -619,87 +629,10 @@ inline size_t DecodeUtf8PaddedSse2(const unsigned char* s, size_t n, unsigned sh
   return o - (i - n);
 }
 
-// Decodes the valid three-byte characters that start the 15 bytes at s (up
-// to five) into out[0..8), with SSSE3's byte shuffle; returns how many.
-// Character k, if the ones before it have three bytes, is s[3k..3k+3): the
-// shuffles put its lead and second byte in one 16-bit lane and its last byte
-// in another, where its shape and value are checked lane by lane.
-__attribute__((target("ssse3"))) inline unsigned ThreeByteStepSsse3(const unsigned char* s, unsigned short* out) {
-  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
-  const __m128i lead_mid = _mm_shuffle_epi8(bytes, _mm_setr_epi8(1, 0, 4, 3, 7, 6, 10, 9, 13, 12, -1, -1, -1, -1, -1, -1));
-  const __m128i last = _mm_shuffle_epi8(bytes, _mm_setr_epi8(2, -1, 5, -1, 8, -1, 11, -1, 14, -1, -1, -1, -1, -1, -1, -1));
-  // 1110xxxx 10xxxxxx 10xxxxxx (lanes 5 to 7 are zero, and fail).
-  const __m128i shape = _mm_and_si128(
-      _mm_cmpeq_epi16(_mm_and_si128(lead_mid, _mm_set1_epi16(static_cast<short>(0xF0C0))),
-                      _mm_set1_epi16(static_cast<short>(0xE080))),
-      _mm_cmpeq_epi16(_mm_and_si128(last, _mm_set1_epi16(0x00C0)), _mm_set1_epi16(0x0080)));
-  const __m128i cp = _mm_or_si128(
-      _mm_or_si128(_mm_slli_epi16(_mm_and_si128(lead_mid, _mm_set1_epi16(0x0F00)), 4),
-                   _mm_slli_epi16(_mm_and_si128(lead_mid, _mm_set1_epi16(0x003F)), 6)),
-      _mm_and_si128(last, _mm_set1_epi16(0x003F)));
-  // Overlong (below U+0800) or a surrogate (U+D800 to U+DFFF).
-  const __m128i top = _mm_and_si128(cp, _mm_set1_epi16(static_cast<short>(0xF800)));
-  const __m128i bad = _mm_or_si128(_mm_cmpeq_epi16(top, _mm_setzero_si128()),
-                                   _mm_cmpeq_epi16(top, _mm_set1_epi16(static_cast<short>(0xD800))));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), cp);
-  const unsigned valid = static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(bad, shape)));
-  return static_cast<unsigned>(__builtin_ctz(~valid)) / 2;  // 2 mask bits per lane
-}
-
-// SSSE3: as SSE2, and runs of three-byte characters (CJK) up to five at a
-// time. On the 20-POI answer, whose CJK runs are 2 to 10 characters between
-// ASCII digits and punctuation, it takes ~40 % fewer instructions than the
-// SSE2 form (callgrind).
-__attribute__((target("ssse3"))) inline size_t DecodeUtf8PaddedSsse3(const unsigned char* s, size_t n,
-                                                                     unsigned short* out) {
-  size_t i = 0, o = 0;
-  while (i < n) {
-    const unsigned ascii = AsciiStepSse2(s + i, out + o);
-    i += ascii;
-    o += ascii;
-    if (ascii == 16) continue;
-    do {
-      const unsigned chars = ThreeByteStepSsse3(s + i, out + o);
-      if (chars != 0) {
-        i += 3 * chars;
-        o += chars;
-      } else {
-        DecodePaddedSequence(s, n, i, out, o);
-      }
-    } while (s[i] >= 0x80);
-  }
-  return o - (i - n);
-}
 #endif  // __SSE2__
 
 #if defined(__ARM_NEON)
-// NEON: as SSSE3 (table lookups do the shuffles), with ASCII 16 at a time.
-inline unsigned ThreeByteStepNeon(const unsigned char* s, unsigned short* out) {
-  static const uint8_t kLeadMid[16] = {1, 0, 4, 3, 7, 6, 10, 9, 13, 12, 255, 255, 255, 255, 255, 255};
-  static const uint8_t kLast[16] = {2, 255, 5, 255, 8, 255, 11, 255, 14, 255, 255, 255, 255, 255, 255, 255};
-  const uint8x16_t bytes = vld1q_u8(s);
-  uint8x8x2_t table;
-  table.val[0] = vget_low_u8(bytes);
-  table.val[1] = vget_high_u8(bytes);
-  const uint8x16_t lead_mid_idx = vld1q_u8(kLeadMid);
-  const uint8x16_t last_idx = vld1q_u8(kLast);
-  // An index out of range gives 0 (both ISAs' table lookup).
-  const uint16x8_t lead_mid = vreinterpretq_u16_u8(
-      vcombine_u8(vtbl2_u8(table, vget_low_u8(lead_mid_idx)), vtbl2_u8(table, vget_high_u8(lead_mid_idx))));
-  const uint16x8_t last = vreinterpretq_u16_u8(
-      vcombine_u8(vtbl2_u8(table, vget_low_u8(last_idx)), vtbl2_u8(table, vget_high_u8(last_idx))));
-  const uint16x8_t shape = vandq_u16(vceqq_u16(vandq_u16(lead_mid, vdupq_n_u16(0xF0C0)), vdupq_n_u16(0xE080)),
-                                     vceqq_u16(vandq_u16(last, vdupq_n_u16(0x00C0)), vdupq_n_u16(0x0080)));
-  const uint16x8_t cp = vorrq_u16(vorrq_u16(vshlq_n_u16(vandq_u16(lead_mid, vdupq_n_u16(0x0F00)), 4),
-                                            vshlq_n_u16(vandq_u16(lead_mid, vdupq_n_u16(0x003F)), 6)),
-                                  vandq_u16(last, vdupq_n_u16(0x003F)));
-  const uint16x8_t top = vandq_u16(cp, vdupq_n_u16(0xF800));
-  const uint16x8_t bad = vorrq_u16(vceqq_u16(top, vdupq_n_u16(0)), vceqq_u16(top, vdupq_n_u16(0xD800)));
-  vst1q_u16(out, cp);
-  const uint64_t valid = vget_lane_u64(vreinterpret_u64_u8(vmovn_u16(vbicq_u16(shape, bad))), 0);
-  return static_cast<unsigned>(__builtin_ctzll(~valid)) / 8;  // a byte per lane; lanes 5 to 7 fail
-}
-
+// NEON: as SSE2.
 inline size_t DecodeUtf8PaddedNeon(const unsigned char* s, size_t n, unsigned short* out) {
   size_t i = 0, o = 0;
   while (i < n) {
@@ -712,34 +645,12 @@ inline size_t DecodeUtf8PaddedNeon(const unsigned char* s, size_t n, unsigned sh
     o += ascii;
     if (ascii == 16) continue;
     do {
-      const unsigned chars = ThreeByteStepNeon(s + i, out + o);
-      if (chars != 0) {
-        i += 3 * chars;
-        o += chars;
-      } else {
-        DecodePaddedSequence(s, n, i, out, o);
-      }
+      DecodePaddedSequence(s, n, i, out, o);
     } while (s[i] >= 0x80);
   }
   return o - (i - n);
 }
 #endif  // __ARM_NEON
-
-// The best form for this machine: NEON where the build has it, SSSE3 where
-// the build or (checked once) the processor has it, then SSE2, else the
-// portable form.
-inline PaddedDecoder ChoosePaddedDecoder() {
-#if defined(__ARM_NEON)
-  return DecodeUtf8PaddedNeon;
-#elif defined(__SSSE3__)
-  return DecodeUtf8PaddedSsse3;
-#elif defined(__SSE2__)
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("ssse3") ? DecodeUtf8PaddedSsse3 : DecodeUtf8PaddedSse2;
-#else
-  return DecodeUtf8PaddedPortable;
-#endif
-}
 
 // Decodes the n bytes of a padded text (PaddedText invariant (1): 16 zero
 // bytes after them) into `out`, which has room for n + 16 units; returns the
@@ -750,11 +661,8 @@ inline PaddedDecoder ChoosePaddedDecoder() {
 inline size_t DecodeUtf8Padded(const unsigned char* s, size_t n, unsigned short* out) {
 #if defined(__ARM_NEON)
   return DecodeUtf8PaddedNeon(s, n, out);
-#elif defined(__SSSE3__)
-  return DecodeUtf8PaddedSsse3(s, n, out);
 #elif defined(__SSE2__)
-  static const PaddedDecoder decode = ChoosePaddedDecoder();
-  return decode(s, n, out);
+  return DecodeUtf8PaddedSse2(s, n, out);
 #else
   return DecodeUtf8PaddedPortable(s, n, out);
 #endif

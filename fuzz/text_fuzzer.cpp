@@ -69,7 +69,6 @@ void CheckDecoderForms(const std::string& text) {
   std::vector<_quarn_vi::PaddedDecoder> forms = {_quarn_vi::DecodeUtf8PaddedPortable, _quarn_vi::DecodeUtf8Padded};
 #if defined(__SSE2__)
   forms.push_back(_quarn_vi::DecodeUtf8PaddedSse2);
-  if (__builtin_cpu_supports("ssse3")) forms.push_back(_quarn_vi::DecodeUtf8PaddedSsse3);
 #endif
   for (_quarn_vi::PaddedDecoder decode : forms) {
     unsigned short units[_quarn_vi::kPaddedTextBytes];

@@ -52,14 +52,11 @@ struct Form {
   _quarn_vi::PaddedDecoder decode;
 };
 
-// Every form this machine can run: the tests of a build cover the vector
-// forms of its processor and the portable one.
+// Every form this build has: its vector form and the portable one.
 std::vector<Form> Forms() {
   std::vector<Form> forms = {{"portable", _quarn_vi::DecodeUtf8PaddedPortable}};
 #if defined(__SSE2__)
   forms.push_back({"sse2", _quarn_vi::DecodeUtf8PaddedSse2});
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("ssse3")) forms.push_back({"ssse3", _quarn_vi::DecodeUtf8PaddedSsse3});
 #endif
 #if defined(__ARM_NEON)
   forms.push_back({"neon", _quarn_vi::DecodeUtf8PaddedNeon});
@@ -82,7 +79,7 @@ void ExpectFormsAgree(const std::string& bytes) {
 }
 
 // Sequences to put everywhere: valid ones of each length and the invalid
-// forms that a vector step could mistake for a valid three-byte character.
+// forms closest to a valid three-byte character.
 const char* const kPieces[] = {
     "a",
     "\xC3\xA9",          // é
@@ -103,8 +100,8 @@ const char* const kPieces[] = {
     "\xE5" "A" "\x97",   // ASCII where a continuation byte belongs
 };
 
-// Runs in which the pieces go: CJK (the vector step's case), ASCII, and the
-// mix of the answers' addresses.
+// Runs in which the pieces go: CJK, ASCII, and the mix of the answers'
+// addresses.
 const char* const kRuns[] = {
     "\xE5\x8C\x97\xE4\xBA\xAC\xE5\xB8\x82\xE6\xB5\xB7\xE6\xB7\x80\xE5\x8C\xBA\xE6\x9C\x9B\xE4\xBA\xAC",
     "The quick brown fox jumps over the lazy dog 0123",
@@ -123,8 +120,8 @@ TEST(Utf8Padded, EveryFormDecodesEachPieceAtEveryByteOfARun) {
 }
 
 TEST(Utf8Padded, EveryFormDecodesRunsOfEveryLength) {
-  // Runs of one piece, 0 to 20 long, between ASCII: each vector step's count
-  // (up to five characters, sixteen bytes) ends at every place.
+  // Runs of one piece, 0 to 20 long, between ASCII: a sixteen-byte ASCII
+  // step ends at every place of a run.
   for (const char* piece : kPieces) {
     std::string run;
     for (int count = 0; count <= 20; ++count) {
