@@ -6,12 +6,10 @@
 //     leniency scan and cJSON read it there.
 // (2) Exactly one of these holds: m_root is null (refused, or no Parse yet);
 //     m_own_tree and m_root points into m_impl->nodes, whose strings point
-//     into the simdjson parser's string buffer or, for texts of at most 15
-//     bytes, into m_impl->short_texts; m_root == m_cjson_tree, a tree
+//     into the simdjson parser's string buffer; m_root == m_cjson_tree, a tree
 //     of cJSON's allocations that Reset deletes.
 // (3) The buffers only grow (the text copy, simdjson's parser, the node
-//     block and its short texts): a text no longer than an earlier one
-//     allocates nothing.
+//     block): a text no longer than an earlier one allocates nothing.
 #include "json_readers/JsonDocument.h"
 
 #include <climits>
@@ -85,17 +83,6 @@ struct CJsonDocument::Impl {
   simdjson::dom::parser parser;
   std::unique_ptr<cJSON[]> nodes;  // the node block, not cleared between uses
   size_t node_capacity = 0;
-  // A copy of a text of at most 15 bytes and its NUL, at a 16-byte
-  // boundary, as malloc places cJSON's: the readers read a text in aligned
-  // 16-byte blocks, and a short text that straddles two of them (as most of
-  // simdjson's string buffer does, its texts packed end to end) costs them a
-  // second block and a branch that its address decides. Measured on the
-  // 20-POI answer: the build on the document's tree went from 35.4 to
-  // 33.6 us (as fast as on cJSON's) for 0.4 us more of conversion.
-  struct alignas(16) ShortText {
-    char bytes[16];
-  };
-  std::unique_ptr<ShortText[]> short_texts;  // room for one per tape word (a text is one)
   // frames[k] saves the state of the conversion outside the k-th open
   // container (frames[0] is unused).
   std::unique_ptr<Frame[]> frames{new Frame[kNestingLimit + 1]};
@@ -140,23 +127,8 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
   // Every node takes at least one tape word between the two root words.
   if (node_capacity < tape_end) {
     nodes.reset(new cJSON[tape_end]);
-    short_texts.reset(new ShortText[tape_end]);
     node_capacity = tape_end;
   }
-  // The text of the string at `offset` in the string buffer: a ShortText
-  // copy when it is short. Its 16 bytes are copied whole: the ones after the
-  // NUL are the buffer's next bytes (it has padding after its last text)
-  // and never read as the text's.
-  ShortText* next_short = short_texts.get();
-  auto text_at = [&](size_t offset) -> const char* {
-    uint32_t size;
-    std::memcpy(&size, strings + offset, sizeof(size));
-    const char* bytes = strings + offset + 4;
-    if (size >= sizeof(ShortText)) return bytes;
-    ShortText* copy = next_short++;
-    std::memcpy(copy->bytes, bytes, sizeof(ShortText));
-    return copy->bytes;
-  };
   cJSON* next_node = nodes.get();
   cJSON* root = nullptr;
   // The open container and its last child so far live in registers; the
@@ -190,7 +162,7 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
     if (in_object) {
       last_string = static_cast<size_t>(word & kPayload);
       any_string = true;
-      name = text_at(last_string);
+      name = strings + last_string + 4;
       word = tape[++i];
       kind = static_cast<char>(word >> 56);
       s += 2;  // the name and the colon
@@ -230,7 +202,7 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
         last_string = static_cast<size_t>(word & kPayload);
         any_string = true;
         node->type = cJSON_String;
-        node->valuestring = const_cast<char*>(text_at(last_string));
+        node->valuestring = const_cast<char*>(strings + last_string + 4);
         ++i;
         break;
       case 'l':
@@ -282,8 +254,7 @@ bool CJsonDocument::Impl::Convert(const char* json, cJSON** root_out, size_t* by
     std::memcpy(&last_length, strings + last_string, sizeof(last_length));
     string_bytes = last_string + 4 + last_length + 1;
   }
-  *bytes = static_cast<size_t>(next_node - nodes.get()) * sizeof(cJSON) +
-           static_cast<size_t>(next_short - short_texts.get()) * sizeof(ShortText) + string_bytes;
+  *bytes = static_cast<size_t>(next_node - nodes.get()) * sizeof(cJSON) + string_bytes;
   *root_out = root;
   return true;
 }

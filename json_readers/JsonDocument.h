@@ -28,8 +28,7 @@
 //   simdjson (strict RFC 8259 JSON in valid UTF-8). Its tape becomes nodes
 //   in one block of the document, in document order; every string, member
 //   names included, points into simdjson's string buffer, which ends each
-//   string with a NUL, or, when it has at most 15 bytes, to a copy of it at
-//   a 16-byte boundary in the document (as fast to read as cJSON's own).
+//   string with a NUL.
 // - What simdjson refuses goes to cJSON_ParseWithOpts itself, so that what is
 //   accepted beyond strict JSON is exactly what cJSON accepts. So does a
 //   strict text that cJSON would read otherwise than simdjson: nesting deeper
