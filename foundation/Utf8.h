@@ -16,8 +16,9 @@
 // 8 bytes at a time in portable C++ (the whole run on targets with neither,
 // such as Debian's armhf). Other characters are decoded one at a time: a
 // vector step for CJK runs (five three-byte characters per SSSE3 shuffle)
-// took 40 % fewer instructions but 8 % more time on the 20-POI answer, whose
-// runs are short and change kind often (see DecodeUtf8PaddedSse2). All
+// decoded them with 40 % fewer instructions but made the build of the
+// 20-POI answer 8 % slower, its runs being short and changing kind often
+// (see DecodeUtf8PaddedSse2). All
 // paths give the same units; the tests run every form the build has, the
 // portable one everywhere, NEON under qemu-aarch64 and the portable one
 // alone under qemu-arm. The NEON forms are the x86 ones' counterparts, not
