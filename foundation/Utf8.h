@@ -14,12 +14,9 @@
 // ASCII runs are widened 16 bytes at a time with SSE2 (x86-64) or NEON
 // (AArch64; 32-bit ARM built with NEON, as Android's armeabi-v7a is), and
 // 8 bytes at a time in portable C++ (the whole run on targets with neither,
-// such as Debian's armhf). Other characters are decoded one at a time: a
-// vector step for CJK runs (five three-byte characters per SSSE3 shuffle)
-// decoded them with 40 % fewer instructions but made the build of the
-// 20-POI answer 8 % slower, its runs being short and changing kind often
-// (see DecodeUtf8PaddedSse2). All
-// paths give the same units; the tests run every form the build has, the
+// such as Debian's armhf). Other characters are decoded one at a time, which
+// measured faster than vector steps over CJK runs (see DecodeUtf8PaddedSse2).
+// All paths give the same units; the tests run every form the build has, the
 // portable one everywhere, NEON under qemu-aarch64 and the portable one
 // alone under qemu-arm. The NEON forms are the x86 ones' counterparts, not
 // measured choices: emulation cannot time them.
